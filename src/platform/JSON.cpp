@@ -1,0 +1,32 @@
+#include "src/platform/JSON.h"
+
+#include <string>
+
+#include "src/platform/JSONReaders.h"
+
+namespace qvr {
+namespace {
+
+ErrorPtr errorFor(const JSONFailure& failure) {
+  std::string sentence = "The JSON text cannot be read: ";
+  sentence.append(failure.reason).append(" at byte offset ");
+  sentence.append(std::to_string(failure.byteOffset)).append(".");
+  Error::UserInfo userInfo;
+  userInfo.emplace_back(NSDebugDescriptionErrorKey, std::move(sentence));
+  userInfo.emplace_back(NSJSONSerializationErrorIndexKey,
+                        static_cast<std::int64_t>(failure.byteOffset));
+  return Error::errorWithDomain(NSCocoaErrorDomain, NSPropertyListReadCorruptError,
+                                std::move(userInfo));
+}
+
+}  // namespace
+
+std::optional<Value> JSONObjectWithData(std::span<const std::uint8_t> data, ErrorPtr* error) {
+  if (std::optional<Value> value = readPlainJSON(data)) return value;
+  JSONFailure failure;
+  std::optional<Value> value = readLenientJSON(data, &failure);
+  if (!value && error != nullptr) *error = errorFor(failure);
+  return value;
+}
+
+}  // namespace qvr

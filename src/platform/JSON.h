@@ -1,0 +1,21 @@
+// The JSON reader (RFC 8259), for bodies of the token and revocation endpoints.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "QVROAuth2Client/platform/Error.h"
+#include "QVROAuth2Client/platform/Value.h"
+
+namespace qvr {
+
+// JSONObjectWithData:options:error:
+// Reads an array or an object. Of two equal keys the first wins; a byte order mark is skipped;
+// UTF-16 and UTF-32 are read; a trailing comma is accepted; nesting goes up to 512. Nothing, with
+// NSCocoaErrorDomain 3840 in *error, for everything else; the error's userInfo has the reason with
+// the byte offset under NSDebugDescriptionErrorKey and the offset under
+// NSJSONSerializationErrorIndexKey.
+std::optional<Value> JSONObjectWithData(std::span<const std::uint8_t> data, ErrorPtr* error);
+
+}  // namespace qvr

@@ -1,0 +1,68 @@
+// The fast reader: simdjson, held to the rules of JSON.h.
+#include <simdjson.h>
+
+#include <utility>
+
+#include "src/platform/JSONReaders.h"
+
+namespace qvr {
+namespace {
+
+namespace dom = simdjson::dom;
+
+Value valueOf(const dom::element& element);
+
+// Nesting was bounded while parsing, so this recursion is too.
+Value arrayOf(const dom::array& array) {
+  Value::Array values;
+  values.reserve(array.size());
+  for (const dom::element element : array)
+    values.push_back(valueOf(element));
+  return values;
+}
+
+Value objectOf(const dom::object& object) {
+  Value::Object members;
+  members.reserve(object.size());
+  for (const auto [key, element] : object)
+    members.emplace_back(key, valueOf(element));
+  keepFirstOfEqualKeys(members);
+  return members;
+}
+
+Value valueOf(const dom::element& element) {
+  switch (element.type()) {
+    case dom::element_type::ARRAY:
+      return arrayOf(element.get_array().value_unsafe());
+    case dom::element_type::OBJECT:
+      return objectOf(element.get_object().value_unsafe());
+    case dom::element_type::INT64:
+      return element.get_int64().value_unsafe();
+    case dom::element_type::UINT64:
+      return element.get_uint64().value_unsafe();
+    case dom::element_type::DOUBLE:
+      return element.get_double().value_unsafe();
+    case dom::element_type::STRING:
+      return element.get_string().value_unsafe();
+    case dom::element_type::BOOL:
+      return element.get_bool().value_unsafe();
+    case dom::element_type::NULL_VALUE:
+      break;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+// The parser is made anew each time: a kept one would keep the tokens of the last body.
+std::optional<Value> readPlainJSON(std::span<const std::uint8_t> data) {
+  dom::parser parser;
+  // The count of its own begins one above the outermost container.
+  if (parser.allocate(data.size(), kJSONDepthLimit + 1) != simdjson::SUCCESS) return std::nullopt;
+  dom::element root;
+  if (parser.parse(data.data(), data.size()).get(root) != simdjson::SUCCESS) return std::nullopt;
+  if (!root.is_array() && !root.is_object()) return std::nullopt;
+  return valueOf(root);
+}
+
+}  // namespace qvr

@@ -1,0 +1,83 @@
+// The serial executor: a list of functions and one thread that runs them in order.
+
+#include <condition_variable>
+#include <deque>
+#include <memory>
+#include <thread>
+
+#include "QVROAuth2Client/platform/Executor.h"
+#include "src/platform/Mutex.h"
+
+namespace qvr {
+inline namespace v1 {
+
+namespace {
+
+// Shared by the queue and its thread, which may outlive the queue while functions are waiting.
+class Backlog {
+ public:
+  // True when the thread has to be started for it.
+  bool push(std::function<void()> function) {
+    MutexLock lock(mutex_);
+    functions_.push_back(std::move(function));
+    changed_.notify_one();
+    return !std::exchange(started_, true);
+  }
+
+  void close() {
+    MutexLock lock(mutex_);
+    closed_ = true;
+    changed_.notify_one();
+  }
+
+  // The next function, waiting for it; empty when the queue is gone and everything has run.
+  std::function<void()> pop() {
+    MutexLock lock(mutex_);
+    while (functions_.empty() && !closed_)
+      changed_.wait(mutex_);
+    if (functions_.empty()) return nullptr;
+    std::function<void()> function = std::move(functions_.front());
+    functions_.pop_front();
+    return function;
+  }
+
+ private:
+  Mutex mutex_;
+  std::condition_variable_any changed_;
+  std::deque<std::function<void()>> functions_ QVR_GUARDED_BY(mutex_);
+  bool started_ QVR_GUARDED_BY(mutex_) = false;
+  bool closed_ QVR_GUARDED_BY(mutex_) = false;
+};
+
+// An exception that leaves a function ends the process here, as the contract says.
+void drain(const std::shared_ptr<Backlog>& backlog) noexcept {
+  while (std::function<void()> function = backlog->pop())
+    function();
+}
+
+class SerialQueue final : public Executor {
+ public:
+  explicit SerialQueue(std::string label)
+      : label_(std::move(label)), backlog_(std::make_shared<Backlog>()) {}
+
+  void async(std::function<void()> function) override {
+    if (backlog_->push(std::move(function))) std::thread(drain, backlog_).detach();
+  }
+
+  std::string label() const override { return label_; }
+
+ private:
+  ~SerialQueue() override { backlog_->close(); }
+
+  const std::string label_;
+  const std::shared_ptr<Backlog> backlog_;
+};
+
+}  // namespace
+
+Ref<Executor> makeSerialQueue(std::string label) {
+  return makeRef<SerialQueue>(std::move(label));
+}
+
+}  // namespace v1
+}  // namespace qvr
