@@ -23,6 +23,7 @@
 #include "QVROAuth2Client/QVROAuth2PublicClient.h"
 #include "QVROAuth2Client/QVROAuth2Token.h"
 #include "QVROAuth2Client/QVROAuth2TokenManager.h"
+#include "QVROAuth2Client/platform/Exception.h"
 #include "QVROAuth2Client/platform/Ports.h"
 
 #define QVROAUTH2CLIENT_VERSION "1.0.0"

@@ -57,8 +57,9 @@ Value valueOf(const dom::element& element) {
 // The parser is made anew each time: a kept one would keep the tokens of the last body.
 std::optional<Value> readPlainJSON(std::span<const std::uint8_t> data) {
   dom::parser parser;
-  // The count of its own begins one above the outermost container.
-  if (parser.allocate(data.size(), kJSONDepthLimit + 1) != simdjson::SUCCESS) return std::nullopt;
+  // Its depth leaves out an innermost container that is empty, so the limit may not be passed by
+  // one more; the lenient reader takes what is refused for that.
+  if (parser.allocate(data.size(), kJSONDepthLimit) != simdjson::SUCCESS) return std::nullopt;
   dom::element root;
   if (parser.parse(data.data(), data.size()).get(root) != simdjson::SUCCESS) return std::nullopt;
   if (!root.is_array() && !root.is_object()) return std::nullopt;

@@ -24,11 +24,13 @@ int escapedByte(std::string_view text, std::size_t start) {
   return high < 0 || low < 0 ? -1 : high * 16 + low;
 }
 
-void appendEscape(std::string& text, std::uint8_t byte) {
+// Writes the escape of a byte and answers where it ends.
+char* writeEscape(char* output, std::uint8_t byte) {
   constexpr char kDigits[] = "0123456789ABCDEF";
-  text.push_back('%');
-  text.push_back(kDigits[byte >> 4]);
-  text.push_back(kDigits[byte & 0xF]);
+  *output++ = '%';
+  *output++ = kDigits[byte >> 4];
+  *output++ = kDigits[byte & 0xF];
+  return output;
 }
 
 }  // namespace
@@ -38,16 +40,17 @@ Text percentEncoded(TextView text, std::string_view kept) {
   std::array<bool, 256> isKept{};
   for (const char c : kept)
     isKept[static_cast<std::uint8_t>(c)] = true;
-  std::string encoded;
-  encoded.reserve(text.view().size());
+  std::string encoded(3 * text.view().size(), '\0');
+  char* output = encoded.data();
   for (const char c : text.view()) {
     const auto byte = static_cast<std::uint8_t>(c);
     if (isKept[byte]) {
-      encoded.push_back(c);
+      *output++ = c;
     } else {
-      appendEscape(encoded, byte);
+      output = writeEscape(output, byte);
     }
   }
+  encoded.resize(static_cast<std::size_t>(output - encoded.data()));
   return encoded;
 }
 

@@ -1,6 +1,7 @@
 #include "src/platform/Unicode.h"
 
 #include <cstdint>
+#include <cstring>
 
 namespace qvr {
 namespace {
@@ -45,6 +46,17 @@ Character characterAt(std::string_view text, std::size_t start) {
   return {codePoint, length};
 }
 
+// The number of ASCII bytes at the start, in whole words of eight: most texts are nothing else.
+std::size_t asciiLength(std::string_view text) {
+  std::size_t length = 0;
+  std::uint64_t word = 0;
+  for (; text.size() - length >= sizeof word; length += sizeof word) {
+    std::memcpy(&word, text.data() + length, sizeof word);
+    if ((word & 0x8080808080808080U) != 0) break;
+  }
+  return length;
+}
+
 void appendUTF16(std::u16string& units, char32_t codePoint) {
   if (codePoint < 0x10000) {
     units.push_back(static_cast<char16_t>(codePoint));
@@ -69,7 +81,7 @@ bool isUTF8(std::string_view bytes) {
 }
 
 std::size_t wellFormedLength(std::string_view bytes) {
-  std::size_t end = 0;
+  std::size_t end = asciiLength(bytes);
   while (end < bytes.size()) {
     const std::size_t length = characterAt(bytes, end).length;
     if (length == 0) break;

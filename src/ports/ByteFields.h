@@ -1,7 +1,6 @@
 // Fixed-width fields of the file keychain's formats, little-endian.
 #pragma once
 
-
 #include <concepts>
 #include <cstddef>
 #include <cstdint>

@@ -147,8 +147,7 @@ Data ItemSealer::unseal(const KeychainItemName& name, Bytes file) const {
 std::optional<KeychainItemName> ItemSealer::unsealName(Bytes file) const {
   const std::optional<ItemFile> parts = partsOfFile(file);
   if (!parts) return std::nullopt;
-  const std::optional<Data> encoded =
-      openedBox(sealingKey_, parts->nameBox, parts->beforeNameBox);
+  const std::optional<Data> encoded = openedBox(sealingKey_, parts->nameBox, parts->beforeNameBox);
   return encoded ? decodedName(*encoded) : std::nullopt;
 }
 

@@ -20,7 +20,9 @@ int FileCalls::openAt(int directory, const char* name, int flags, mode_t mode) {
   return openat(directory, name, flags, mode);
 }
 
-int FileCalls::status(int file, struct stat* result) { return fstat(file, result); }
+int FileCalls::status(int file, struct stat* result) {
+  return fstat(file, result);
+}
 
 int FileCalls::statusAt(int directory, const char* name, struct stat* result) {
   return fstatat(directory, name, result, AT_SYMLINK_NOFOLLOW);
@@ -34,17 +36,25 @@ ssize_t FileCalls::write(int file, const void* bytes, std::size_t size) {
   return ::write(file, bytes, size);
 }
 
-int FileCalls::sync(int file) { return fsync(file); }
+int FileCalls::sync(int file) {
+  return fsync(file);
+}
 
-int FileCalls::lock(int file, int operation) { return flock(file, operation); }
+int FileCalls::lock(int file, int operation) {
+  return flock(file, operation);
+}
 
 int FileCalls::renameAt(int directory, const char* from, const char* to) {
   return renameat(directory, from, directory, to);
 }
 
-int FileCalls::unlinkAt(int directory, const char* name) { return unlinkat(directory, name, 0); }
+int FileCalls::unlinkAt(int directory, const char* name) {
+  return unlinkat(directory, name, 0);
+}
 
-int FileCalls::makeDirectory(const char* path, mode_t mode) { return mkdir(path, mode); }
+int FileCalls::makeDirectory(const char* path, mode_t mode) {
+  return mkdir(path, mode);
+}
 
 int FileCalls::listDirectory(int directory, std::vector<std::string>* names) {
   // A reading position of its own: the caller's descriptor may be in use on another thread.
@@ -83,6 +93,8 @@ std::int32_t keychainStatusForErrno(int reason) {
   }
 }
 
-void failWithErrno() { throw KeychainFailure{keychainStatusForErrno(errno)}; }
+void failWithErrno() {
+  throw KeychainFailure{keychainStatusForErrno(errno)};
+}
 
 }  // namespace qvr

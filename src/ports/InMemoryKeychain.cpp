@@ -11,12 +11,15 @@ namespace qvr {
 
 namespace {
 
-void wipeData(Data& data) { wipe(data.data(), data.size()); }
+void wipeData(Data& data) {
+  wipe(data.data(), data.size());
+}
 
 class InMemoryKeychain final : public KeychainItems {
  public:
   ~InMemoryKeychain() override {
-    for (auto& [name, data] : items_) wipeData(data);
+    for (auto& [name, data] : items_)
+      wipeData(data);
   }
 
   std::int32_t copyMatching(const KeychainQuery& query, Data* result) override {
@@ -65,7 +68,8 @@ class InMemoryKeychain final : public KeychainItems {
   std::int32_t list(std::vector<KeychainItemName>* names) override {
     MutexLock lock(mutex_);
     std::vector<KeychainItemName> found;
-    for (const auto& item : items_) found.push_back(item.first);
+    for (const auto& item : items_)
+      found.push_back(item.first);
     *names = std::move(found);
     return errSecSuccess;
   }
@@ -79,7 +83,9 @@ class InMemoryKeychain final : public KeychainItems {
 
 inline namespace v1 {
 
-Ref<KeychainItems> makeInMemoryKeychain() { return makeRef<InMemoryKeychain>(); }
+Ref<KeychainItems> makeInMemoryKeychain() {
+  return makeRef<InMemoryKeychain>();
+}
 
 }  // namespace v1
 }  // namespace qvr

@@ -14,6 +14,8 @@ SecretBytes::SecretBytes(std::size_t size) : bytes_(nullptr), size_(size) {
   if (bytes_ == nullptr) throw std::bad_alloc();
 }
 
-SecretBytes::~SecretBytes() { sodium_free(bytes_); }
+SecretBytes::~SecretBytes() {
+  sodium_free(bytes_);
+}
 
 }  // namespace qvr

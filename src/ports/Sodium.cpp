@@ -33,7 +33,9 @@ std::string base64Encoded(std::span<const std::uint8_t> bytes) {
   return text;
 }
 
-void wipe(void* memory, std::size_t size) { sodium_memzero(memory, size); }
+void wipe(void* memory, std::size_t size) {
+  sodium_memzero(memory, size);
+}
 
 namespace {
 
@@ -60,7 +62,9 @@ class SystemRandomSource final : public RandomSource {
 
 inline namespace v1 {
 
-Ref<RandomSource> makeRandomSource() { return makeRef<SystemRandomSource>(); }
+Ref<RandomSource> makeRandomSource() {
+  return makeRef<SystemRandomSource>();
+}
 
 }  // namespace v1
 }  // namespace qvr

@@ -69,7 +69,9 @@ LogSink makeDescriptorLog(int descriptor) {
 
 inline namespace v1 {
 
-LogSink makeStandardErrorLog() { return makeDescriptorLog(STDERR_FILENO); }
+LogSink makeStandardErrorLog() {
+  return makeDescriptorLog(STDERR_FILENO);
+}
 
 }  // namespace v1
 }  // namespace qvr

@@ -1,0 +1,23 @@
+# What a package of the library holds: both libraries, the headers, the command, and the files by which
+# other builds find them.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS QVROAuth2Client EXPORT QVROAuth2ClientTargets)
+install(TARGETS QVROAuth2ClientStatic ARCHIVE)
+install(DIRECTORY include/QVROAuth2Client TYPE INCLUDE)
+if(QVR_BUILD_HOST)
+  install(TARGETS qvr-oauth2)
+endif()
+
+set(QVR_CMAKE_FOLDER ${CMAKE_INSTALL_LIBDIR}/cmake/QVROAuth2Client)
+install(EXPORT QVROAuth2ClientTargets NAMESPACE QVROAuth2Client:: DESTINATION ${QVR_CMAKE_FOLDER})
+configure_package_config_file(cmake/QVROAuth2ClientConfig.cmake.in QVROAuth2ClientConfig.cmake
+                              INSTALL_DESTINATION ${QVR_CMAKE_FOLDER})
+write_basic_package_version_file(QVROAuth2ClientConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/QVROAuth2ClientConfig.cmake
+              ${CMAKE_CURRENT_BINARY_DIR}/QVROAuth2ClientConfigVersion.cmake
+        DESTINATION ${QVR_CMAKE_FOLDER})
+
+configure_file(cmake/QVROAuth2Client.pc.in QVROAuth2Client.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/QVROAuth2Client.pc
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

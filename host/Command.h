@@ -1,0 +1,46 @@
+// The commands of qvr-oauth2, and what each is given. Every one returns an ExitStatus, prints its
+// result on standard output and everything else on standard error, and lets no exception out.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/Configuration.h"
+#include "host/ExitStatus.h"
+
+namespace host {
+
+// An account as the user names it; the provider is already one of the library's exact names.
+struct Account {
+  std::string provider;
+  std::string username;
+};
+
+struct SignInOptions {
+  Account account;
+  std::optional<std::string> scope;       // the provider's default mail scopes when absent
+  std::optional<std::string> prompt;      // Microsoft
+  std::optional<std::string> domainHint;  // Microsoft
+  double timeoutSeconds = 300;            // for the user to finish in the browser
+  bool openBrowser = true;                // false: only print the URL
+};
+
+struct TokenOptions {
+  Account account;
+  bool forceRefresh = false;
+};
+
+// These run after the library has been told the configuration (installHost() in Setup.h).
+int signIn(const Configuration& configuration, const SignInOptions& options);
+int token(const Configuration& configuration, const TokenOptions& options);
+int accounts(const Configuration& configuration);
+int signOut(const Configuration& configuration, const Account& account, bool localOnly);
+
+// These need no keychain and no library set-up.
+int openURL(const std::string& url);
+int config(const std::string& configurationPath);
+int showConfiguration(const Configuration& configuration);
+int version();
+
+}  // namespace host

@@ -1,0 +1,168 @@
+// qvr-oauth2 config: from nothing to a configuration, question by question on a terminal, as a
+// commented template elsewhere.
+#include <unistd.h>
+
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "host/Command.h"
+#include "host/ConfigText.h"
+#include "host/Console.h"
+#include "host/FileWriting.h"
+#include "host/Passphrase.h"
+
+namespace host {
+namespace {
+
+constexpr const char* kWelcome =
+    "qvr-oauth2 signs in with a registration of your own at each provider. The answers go to a\n"
+    "configuration file; Enter takes what stands in [brackets].\n\n";
+
+constexpr const char* kNextStep =
+    "\nNext, sign in: `qvr-oauth2 sign-in google USER` or `qvr-oauth2 sign-in microsoft USER`.\n";
+
+// The user left before the last question.
+struct Abandoned {};
+
+struct Question {
+  std::string_view text;
+  std::string_view preset;  // taken for an empty answer
+  std::string (*problem)(std::string_view answer);
+  bool mayBeEmpty = false;
+};
+
+void show(const std::string& text) {
+  if (!writeOut(text)) throw Abandoned();
+}
+
+std::string ask(const Question& question) {
+  for (;;) {
+    show(std::string(question.text) + " [" + std::string(question.preset) + "]: ");
+    const auto line = readLine();
+    if (!line) throw Abandoned();
+    const std::string answer = line->empty() ? std::string(question.preset) : *line;
+    if (answer.empty() && question.mayBeEmpty) return answer;
+    const std::string problem = question.problem(answer);
+    if (problem.empty()) return answer;
+    show("This " + problem + ".\n");
+  }
+}
+
+std::string problemWithYesOrNo(std::string_view answer) {
+  return answer == "yes" || answer == "no" ? "" : "must be \"yes\" or \"no\"";
+}
+
+std::string problemWithProtection(std::string_view answer) {
+  return answer == "key-file" || answer == "passphrase" ? ""
+                                                        : "must be \"key-file\" or \"passphrase\"";
+}
+
+// Keeps the secret that is there when nothing is typed.
+std::string askSecret(const std::string& preset) {
+  for (;;) {
+    auto answer = askHidden("Client secret, if Google gave one (not shown while you type): ");
+    if (std::holds_alternative<Failure>(answer)) throw Abandoned();
+    const std::string& secret = std::get<std::string>(answer);
+    if (secret.empty()) return preset;
+    const std::string problem = problemWithCredential(secret);
+    if (problem.empty()) return secret;
+    show("This " + problem + ".\n");
+  }
+}
+
+void askForGoogle(Configuration& configuration) {
+  Configuration::Google& google = configuration.google;
+  show("\n" + googleInstructions(configuration.bundleIdentifier) + "\n");
+  google.clientIdentifier = ask({"Google client ID, empty for no Google", google.clientIdentifier,
+                                 problemWithCredential, true});
+  if (google.clientIdentifier.empty()) return;
+  const std::string suggestion =
+      google.customURIScheme.empty()
+          ? suggestedURIScheme(google.clientIdentifier, configuration.bundleIdentifier)
+          : google.customURIScheme;
+  google.customURIScheme = ask({"URI scheme", suggestion, problemWithURIScheme});
+  google.clientSecret = askSecret(google.clientSecret);
+  show("The redirect URI is " + googleRedirectURI(google.customURIScheme) + "\n");
+}
+
+void askForMicrosoft(Configuration& configuration) {
+  show("\n" + microsoftInstructions(configuration.bundleIdentifier) + "\n");
+  configuration.microsoft.applicationIdentifier =
+      ask({"Microsoft application (client) ID, empty for no Microsoft",
+           configuration.microsoft.applicationIdentifier, problemWithApplicationIdentifier, true});
+}
+
+void askForAll(Configuration& configuration) {
+  show(kWelcome);
+  const std::string preset = configuration.bundleIdentifier.empty()
+                                 ? std::string(kDefaultBundleIdentifier)
+                                 : configuration.bundleIdentifier;
+  configuration.bundleIdentifier =
+      ask({"Your name for this app, in reverse domain form", preset, problemWithBundleIdentifier});
+  askForGoogle(configuration);
+  askForMicrosoft(configuration);
+  show(
+      "\nTokens are sealed with a key: in a file that only you can read (key-file), or made from\n"
+      "a passphrase that is asked for at each use (passphrase).\n");
+  configuration.keychain.protection =
+      ask({"Protection", configuration.keychain.protection, problemWithProtection});
+}
+
+// True when there is no file yet, or it may go.
+bool mayReplace(const std::string& path) {
+  if (access(path.c_str(), F_OK) != 0) return true;
+  return ask({"There is a configuration already: " + path + "\nReplace it?", "no",
+              problemWithYesOrNo}) == "yes";
+}
+
+// What the answers start from: the configuration that is there, if it can be read.
+Configuration startingPoint(const std::string& path) {
+  auto existing = readConfiguration(path);
+  if (auto* configuration = std::get_if<Configuration>(&existing)) return *configuration;
+  return {};
+}
+
+int askAndWrite(const std::string& path) {
+  if (!mayReplace(path)) return report({kFailed, "Nothing was written."});
+  Configuration configuration = startingPoint(path);
+  askForAll(configuration);
+  const std::string text = configurationText(configuration);
+  auto checked = parseConfiguration(text, path);
+  if (auto* failure = std::get_if<Failure>(&checked)) return report(*failure);
+  if (auto failure = replaceFile(path, text)) return report(*failure);
+  show("\nWritten: " + path + "\n" + kNextStep);
+  return kDone;
+}
+
+std::string commentedTemplate(const std::string& path) {
+  Configuration configuration;
+  configuration.bundleIdentifier = kDefaultBundleIdentifier;
+  return asComment("The configuration of qvr-oauth2. Its place is " + path +
+                   ",\nwith mode 0600. `qvr-oauth2 config` on a terminal asks for the values.\n\n" +
+                   googleInstructions(configuration.bundleIdentifier) + "\n" +
+                   microsoftInstructions(configuration.bundleIdentifier)) +
+         "\n" + configurationText(configuration);
+}
+
+}  // namespace
+
+int config(const std::string& configurationPath) {
+  if (!isTerminal(STDIN_FILENO) || !isTerminal(STDOUT_FILENO)) {
+    return writeOut(commentedTemplate(configurationPath)) ? kDone : report(cannotWriteOutput());
+  }
+  try {
+    return askAndWrite(configurationPath);
+  } catch (const Abandoned&) {
+    return report({kFailed, "Nothing was written."});
+  }
+}
+
+int showConfiguration(const Configuration& configuration) {
+  const std::string text =
+      asComment("What is in force, from " + configuration.path + " and defaults.") + "\n" +
+      configurationText(configuration, true);
+  return writeOut(text) ? kDone : report(cannotWriteOutput());
+}
+
+}  // namespace host

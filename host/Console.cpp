@@ -1,0 +1,106 @@
+#include "host/Console.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "host/Secrets.h"
+
+namespace host {
+namespace {
+
+constexpr std::size_t kLongestLine = 64 * 1024;
+constexpr int kWriteDeadlineMilliseconds = 60'000;
+
+// Waits until a stream that somebody made non-blocking takes bytes again.
+bool waitUntilWritable(int descriptor) {
+  struct pollfd stream = {descriptor, POLLOUT, 0};
+  const int ready = poll(&stream, 1, kWriteDeadlineMilliseconds);
+  return ready > 0 || (ready < 0 && errno == EINTR);
+}
+
+bool writeAll(int descriptor, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = write(descriptor, text.data(), text.size());
+    if (written >= 0) {
+      text.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno == EAGAIN) {
+      if (!waitUntilWritable(descriptor)) return false;
+    } else if (errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Takes the number of a closed stream by a file that the stream's direction does not fit, so that
+// using it fails as it would have.
+void occupy(int descriptor) {
+  if (fcntl(descriptor, F_GETFD) >= 0) return;
+  const int direction = descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY;
+  // The lowest free number is this one: the numbers below it were occupied before.
+  (void)open("/dev/null", direction);
+}
+
+}  // namespace
+
+void prepareStandardStreams() {
+  signal(SIGPIPE, SIG_IGN);
+  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    occupy(descriptor);
+}
+
+bool writeOut(std::string_view text) {
+  return writeAll(STDOUT_FILENO, text);
+}
+
+bool writeError(std::string_view text) {
+  return writeAll(STDERR_FILENO, withoutSecrets(text));
+}
+
+void say(std::string_view sentence) {
+  writeError("qvr-oauth2: " + printable(sentence) + "\n");
+}
+
+int report(const Failure& failure) {
+  say(failure.sentence);
+  return failure.status;
+}
+
+Failure cannotWriteOutput() {
+  return {kFailed, "Standard output cannot be written: somebody closed it, or the disk is full."};
+}
+
+bool isTerminal(int descriptor) {
+  return isatty(descriptor) == 1;
+}
+
+std::optional<std::string> readLine() {
+  std::string line;
+  char byte = 0;
+  while (line.size() < kLongestLine) {
+    const ssize_t count = read(STDIN_FILENO, &byte, 1);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return line.empty() ? std::nullopt : std::optional(line);
+    if (byte == '\n') return line;
+    line += byte;
+  }
+  return std::nullopt;
+}
+
+std::string printable(std::string_view text) {
+  std::string result;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : 0);
+    const bool isC1 = byte == 0xc2 && next >= 0x80 && next < 0xa0;
+    result += byte < 0x20 || byte == 0x7f || isC1 ? '?' : text[i];
+    if (isC1) ++i;
+  }
+  return result;
+}
+
+}  // namespace host

@@ -1,0 +1,16 @@
+// Replacing a file, all or nothing.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "host/Failure.h"
+
+namespace host {
+
+// Writes a file with mode 0600, making its folder when there is none. At any moment the file is the
+// old one or the new one, whole, and it is durable on return. A symbolic link stays one.
+std::optional<Failure> replaceFile(const std::string& path, std::string_view text);
+
+}  // namespace host

@@ -1,0 +1,234 @@
+#include "host/Messages.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+
+#include "QVROAuth2Client/QVROAuth2Error.h"
+#include "QVROAuth2Client/platform/KeychainItems.h"
+#include "QVROAuth2Client/platform/URLSession.h"
+
+namespace host {
+namespace {
+
+using std::string;
+
+constexpr std::size_t kLongestQuotation = 300;
+
+// The end of a sentence about an error, by domain and code.
+struct Hint {
+  std::int64_t code;
+  const char* text;
+};
+
+constexpr Hint kKeychainHints[] = {
+    {qvr::errSecDiskFull, "The disk is full: make room and run the command again."},
+    {qvr::errSecIO, "The keychain's files cannot be read or written: check the disk."},
+    {qvr::errSecWrPerm,
+     "The keychain's folder or key file is not yours to write: check the permissions and the "
+     "[keychain] section of the configuration."},
+    {qvr::errSecUserCanceled,
+     "The keychain was not unlocked: run the command again and unlock it."},
+    {qvr::errSecNotAvailable, "The keychain does not answer: try again later."},
+    {qvr::errSecAuthFailed,
+     "The keychain's key or passphrase is not the right one, or other users can read the key file "
+     "(then run `chmod 600` on it): check the [keychain] section of the configuration."},
+    {qvr::errSecInvalidKeychain,
+     "The keychain's folder is damaged: restore it, or choose another one under [keychain] in the "
+     "configuration and sign in again."},
+    {qvr::errSecInteractionNotAllowed, "The keychain is locked: unlock it and try again."},
+};
+
+constexpr Hint kTransportHints[] = {
+    {qvr::NSURLErrorUnknown, "failed for an unknown reason: try again later."},
+    {qvr::NSURLErrorCancelled, "was cancelled."},
+    {qvr::NSURLErrorTimedOut, "got no answer in time: try again later."},
+    {qvr::NSURLErrorCannotFindHost,
+     "failed, since its name could not be found: check the network connection and try again "
+     "later."},
+    {qvr::NSURLErrorCannotConnectToHost,
+     "failed, since no connection could be made: try again later."},
+    {qvr::NSURLErrorNetworkConnectionLost,
+     "failed, since the connection was lost: try again later."},
+    {qvr::NSURLErrorNotConnectedToInternet,
+     "failed, since there is no network: connect and try again later."},
+    {qvr::NSURLErrorCannotDecodeRawData, "got an answer that cannot be decoded."},
+    {qvr::NSURLErrorCannotParseResponse,
+     "got an answer that is not HTTP: check the [endpoints] section of the configuration."},
+    {qvr::NSURLErrorDataLengthExceedsMaximum, "got an answer that is far too long."},
+    {qvr::NSURLErrorSecureConnectionFailed,
+     "failed, since no secure connection could be made: check the [endpoints] section of the "
+     "configuration, and that nothing intercepts the connection."},
+    {qvr::NSURLErrorServerCertificateHasBadDate,
+     "was refused, since the server's certificate has expired: check this computer's clock."},
+    {qvr::NSURLErrorServerCertificateUntrusted,
+     "was refused, since the server's certificate is not trusted: nothing was sent; check that "
+     "nothing intercepts the connection."},
+    {qvr::NSURLErrorServerCertificateNotYetValid,
+     "was refused, since the server's certificate is not valid yet: check this computer's clock."},
+    {qvr::NSURLErrorClientCertificateRequired,
+     "was refused, since the server wants a client certificate, which qvr-oauth2 cannot give."},
+};
+
+constexpr Hint kProtocolHints[] = {
+    {QVROAuth2ErrorUnauthorizedClient, "Check the registration: `qvr-oauth2 config` says how."},
+    {QVROAuth2ErrorInvalidClient, "Check the registration: `qvr-oauth2 config` says how."},
+    {QVROAuth2ErrorAccessDenied, "Sign in again and give the consent that the page asks for."},
+    {QVROAuth2ErrorInvalidScope, "Ask for other scopes with --scope."},
+    {QVROAuth2ErrorAdminPolicyEnforced, "Ask the administrator of the account to allow the app."},
+    {QVROAuth2ErrorDisallowedUserAgent, "Sign in with another browser."},
+    {QVROAuth2ErrorOrgInternal, "Use an account of the organisation that registered the app."},
+    {QVROAuth2ErrorRedirectURIMismatch,
+     "Register the redirect URI that `qvr-oauth2 config` shows."},
+};
+
+template <std::size_t N>
+const char* findHint(const Hint (&hints)[N], std::int64_t code) {
+  const Hint* const hint =
+      std::find_if(hints, hints + N, [code](const Hint& each) { return each.code == code; });
+  return hint == hints + N ? nullptr : hint->text;
+}
+
+string about(const Account& account) {
+  return account.username + " at " + account.provider;
+}
+
+// What a provider said, on one line, cut, and without the full stop that our sentence brings.
+string quotation(string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](unsigned char c) { return c < 0x20; }, ' ');
+  if (text.size() > kLongestQuotation) {
+    std::size_t end = kLongestQuotation;
+    while (end > 0 && (text[end] & 0xc0) == 0x80)
+      --end;  // not inside a character
+    text = text.substr(0, end) + "...";
+  }
+  while (!text.empty() && std::strchr(" .", text.back()) != nullptr)
+    text.pop_back();
+  return text;
+}
+
+string withCode(const qvr::Error& error) {
+  return error.domain() + " " + std::to_string(error.code());
+}
+
+string protocolSentence(const qvr::Error& error, const Account& account, QVROAuth2Advice advice) {
+  const qvr::TextView name =
+      QVROAuth2ErrorStringFromCode(static_cast<QVROAuth2ErrorCode>(error.code()));
+  const qvr::Text description = error.localizedDescription();
+  string sentence = account.provider + " refused";
+  if (name) sentence += " (" + string(name.view()) + ")";
+  if (description && !description->empty()) sentence += ": " + quotation(*description);
+  sentence += ". ";
+  if (advice == QVROAuth2Advice::kSignInAgain) {
+    return sentence + "Sign in again: " + signInCommand(account);
+  }
+  if (advice == QVROAuth2Advice::kTryAgainLater) return sentence + "Try again later.";
+  const char* const hint = findHint(kProtocolHints, error.code());
+  return sentence + (hint != nullptr ? hint : "Trying again will not help.");
+}
+
+string keychainSentence(const qvr::Error& error, const Account& account) {
+  if (error.code() == qvr::errSecItemNotFound) {
+    return "Nothing is stored for " + about(account) + ". Sign in first: " + signInCommand(account);
+  }
+  if (error.code() == qvr::errSecDecode) {
+    return "The stored item for " + about(account) +
+           " is damaged. Sign in again to replace it: " + signInCommand(account);
+  }
+  if (const char* const hint = findHint(kKeychainHints, error.code())) return hint;
+  return "The system failed with status " + std::to_string(error.code()) + ".";
+}
+
+string hostOf(const qvr::Error& error) {
+  const qvr::Value* const value = error.userInfoValue(qvr::NSURLErrorFailingURLErrorKey);
+  const qvr::URL* const url = value != nullptr ? value->as<qvr::URL>() : nullptr;
+  const qvr::Text host = url != nullptr ? url->host() : std::nullopt;
+  return host ? " (" + *host + ")" : "";
+}
+
+string transportSentence(const qvr::Error& error, const Account& account) {
+  if (error.code() == qvr::NSURLErrorUserCancelledAuthentication) {
+    return "The sign-in was cancelled.";
+  }
+  if (error.code() == qvr::NSURLErrorFileDoesNotExist) {
+    return "The redirect is not one of qvr-oauth2's.";
+  }
+  const char* const hint = findHint(kTransportHints, error.code());
+  return "The request to " + account.provider + hostOf(error) + " " +
+         (hint != nullptr ? hint : "failed (" + withCode(error) + ").");
+}
+
+string httpSentence(const qvr::Error& error, const Account& account, QVROAuth2Advice advice) {
+  return account.provider + " answered with HTTP status " + std::to_string(error.code()) + " (" +
+         qvr::HTTPURLResponse::localizedStringForStatusCode(error.code()) + "): " +
+         (advice == QVROAuth2Advice::kTryAgainLater
+              ? "try again later."
+              : "check the [endpoints] section of the configuration.");
+}
+
+string cocoaSentence(const qvr::Error& error, const Account& account) {
+  if (error.code() == qvr::NSPropertyListReadCorruptError) {
+    return "The answer of " + account.provider +
+           " cannot be read, as when a network wants you to log in on a page of its own: try again "
+           "later.";
+  }
+  if (error.code() == qvr::NSCoderInvalidValueError) {
+    return "The token for " + about(account) + " cannot be written into a record.";
+  }
+  return "The stored item for " + about(account) +
+         " is no token record that can be read. Sign in again to replace it: " +
+         signInCommand(account);
+}
+
+string sentenceFor(const qvr::Error& error, const Account& account, QVROAuth2Advice advice) {
+  if (error.domain() == QVROAuth2ErrorDomain) return protocolSentence(error, account, advice);
+  if (error.domain() == QVROAuth2HTTPErrorDomain) return httpSentence(error, account, advice);
+  if (error.domain() == qvr::NSURLErrorDomain) return transportSentence(error, account);
+  if (error.domain() == qvr::NSOSStatusErrorDomain) return keychainSentence(error, account);
+  if (error.domain() == qvr::NSCocoaErrorDomain) return cocoaSentence(error, account);
+  return "The command failed (" + withCode(error) + ").";
+}
+
+}  // namespace
+
+int exitStatusForError(const qvr::ErrorPtr& error) {
+  switch (QVROAuth2AdviceForError(error)) {
+    case QVROAuth2Advice::kTryAgainLater:
+      return kTryAgainLater;
+    case QVROAuth2Advice::kSignInAgain:
+      return kSignInNeeded;
+    case QVROAuth2Advice::kNothingStored:
+      return kNothingStored;
+    case QVROAuth2Advice::kLasting:
+      return kFailed;
+  }
+  return kFailed;
+}
+
+Failure failureForError(const qvr::ErrorPtr& error, const Account& account) {
+  if (!error) return {kFailed, "The command failed for an unknown reason."};
+  return {exitStatusForError(error), sentenceFor(*error, account, QVROAuth2AdviceForError(error))};
+}
+
+string shellQuoted(std::string_view text) {
+  const auto isPlain = [](unsigned char c) {
+    return std::isalnum(c) != 0 || (c != 0 && std::strchr("@%+=:,./_-", c) != nullptr);
+  };
+  if (!text.empty() && std::all_of(text.begin(), text.end(), isPlain)) return string(text);
+  string quoted = "'";
+  for (const char c : text)
+    quoted += c == '\'' ? string("'\\''") : string(1, c);
+  return quoted + "'";
+}
+
+string commandLine(std::string_view command, const Account& account) {
+  return "`qvr-oauth2 " + string(command) + " " + account.provider + " " +
+         shellQuoted(account.username) + "`";
+}
+
+string signInCommand(const Account& account) {
+  return commandLine("sign-in", account);
+}
+
+}  // namespace host

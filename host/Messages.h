@@ -1,0 +1,28 @@
+// The library's errors in plain words: one sentence that says what happened and what to do, and the
+// exit status that QVROAuth2AdviceForError() stands for.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "QVROAuth2Client/platform/Error.h"
+#include "host/Command.h"
+#include "host/Failure.h"
+
+namespace host {
+
+// The exit status of an error: never kDone.
+int exitStatusForError(const qvr::ErrorPtr& error);
+
+// What happened and what to do about it, for an account. What a provider says is cut to a few
+// hundred characters; the body of an answer is never shown.
+Failure failureForError(const qvr::ErrorPtr& error, const Account& account);
+
+// The text as one word of a shell command, quoted where it has to be.
+std::string shellQuoted(std::string_view text);
+
+// `qvr-oauth2 COMMAND PROVIDER USER`, in backquotes, for a sentence.
+std::string commandLine(std::string_view command, const Account& account);
+std::string signInCommand(const Account& account);
+
+}  // namespace host

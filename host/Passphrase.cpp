@@ -1,0 +1,159 @@
+#include "host/Passphrase.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+
+#include "host/Descriptor.h"
+#include "host/Signals.h"
+#include "host/WithoutEcho.h"
+
+extern char** environ;
+
+namespace host {
+namespace {
+
+constexpr int kDeadlineSeconds = 120;
+constexpr std::size_t kLongestPassphrase = 4096;
+
+using Clock = std::chrono::steady_clock;
+
+// Waits until a descriptor is readable. False at the deadline, and when `interruption` (which may
+// be -1) is readable.
+bool waitUntilReadable(int descriptor, int interruption, Clock::time_point deadline) {
+  struct pollfd waits[] = {{descriptor, POLLIN, 0}, {interruption, POLLIN, 0}};
+  for (;;) {
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    if (left.count() <= 0) return false;
+    const int ready = poll(waits, 2, static_cast<int>(left.count()) + 1);
+    if (ready < 0 && errno != EINTR) return false;
+    if (ready > 0) return waits[1].revents == 0;
+  }
+}
+
+// Reads up to the end of the input, or of the first line when `oneLine`. False at the deadline, on
+// an interruption, and for input that is too long.
+bool readUntilEnd(int descriptor, int interruption, Clock::time_point deadline, bool oneLine,
+                  std::string* text) {
+  while (text->size() < kLongestPassphrase) {
+    if (!waitUntilReadable(descriptor, interruption, deadline)) return false;
+    char buffer[256];
+    const ssize_t count = read(descriptor, buffer, sizeof buffer);
+    if (count < 0 && errno != EINTR && errno != EAGAIN) return false;
+    if (count == 0) return true;
+    if (count > 0) text->append(buffer, static_cast<std::size_t>(count));
+    if (oneLine && text->find('\n') != std::string::npos) return true;
+  }
+  return false;
+}
+
+void writePrompt(int terminal, std::string_view text) {
+  // A terminal that cannot show the prompt cannot be typed at either; the read tells.
+  const ssize_t written = write(terminal, text.data(), text.size());
+  (void)written;
+}
+
+std::string firstLine(const std::string& text) {
+  return text.substr(0, text.find('\n'));
+}
+
+// Starts `command` with its standard output in the pipe; -1 when that fails.
+pid_t startShell(const std::string& command, int output) {
+  posix_spawn_file_actions_t actions;
+  posix_spawnattr_t attributes;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawnattr_init(&attributes);
+  posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+  sigset_t none;
+  sigset_t pipeSignal;
+  sigemptyset(&none);
+  sigemptyset(&pipeSignal);
+  sigaddset(&pipeSignal, SIGPIPE);
+  posix_spawnattr_setsigmask(&attributes, &none);
+  posix_spawnattr_setsigdefault(&attributes, &pipeSignal);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  std::string script = command;
+  char shell[] = "sh";
+  char option[] = "-c";
+  char* const arguments[] = {shell, option, script.data(), nullptr};
+  pid_t child = -1;
+  const int status = posix_spawn(&child, "/bin/sh", &actions, &attributes, arguments, environ);
+  posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_destroy(&attributes);
+  return status == 0 ? child : -1;
+}
+
+// Waits for the child's end, and ends it at the deadline. True when it exited with status 0.
+bool endsWell(pid_t child, Clock::time_point deadline) {
+  const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
+  if (!waitUntilReadable(process.number(), -1, deadline)) kill(child, SIGKILL);
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) return false;
+  }
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+std::variant<std::string, Failure> commandOutput(const std::string& command) {
+  const Failure failure = {
+      kFailed,
+      "The keychain's passphrase_command printed no passphrase: run it by hand to see why."};
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) return failure;
+  const Descriptor output(ends[0]);
+  Descriptor input(ends[1]);
+  const pid_t child = startShell(command, input.number());
+  input.close();
+  if (child < 0) return failure;
+  const auto deadline = Clock::now() + std::chrono::seconds(kDeadlineSeconds);
+  std::string text;
+  const bool complete = readUntilEnd(output.number(), -1, deadline, false, &text);
+  if (!endsWell(child, complete ? deadline : Clock::now())) return failure;
+  const std::string line = firstLine(text);
+  if (!complete || line.empty()) return failure;
+  return line;
+}
+
+}  // namespace
+
+std::variant<std::string, Failure> askHidden(std::string_view prompt) {
+  const Descriptor terminal(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));
+  if (terminal.number() < 0) return Failure{kFailed, "There is no terminal to ask on."};
+  const Failure nothing = {kFailed, "Nothing was typed."};
+  std::string text;
+  const WithoutEcho silence(terminal.number());
+  if (!silence.isOff()) return Failure{kFailed, "The terminal's echo cannot be turned off."};
+  const SignalWatch interruption;
+  writePrompt(terminal.number(), prompt);
+  const auto deadline = Clock::now() + std::chrono::seconds(kDeadlineSeconds);
+  const bool complete =
+      readUntilEnd(terminal.number(), interruption.fileDescriptor(), deadline, true, &text);
+  writePrompt(terminal.number(), "\n");
+  if (!complete) return nothing;
+  return firstLine(text);
+}
+
+std::variant<std::string, Failure> obtainPassphrase(const std::string& command) {
+  if (!command.empty()) return commandOutput(command);
+  auto answer = askHidden("Passphrase of the keychain: ");
+  if (const auto* failure = std::get_if<Failure>(&answer)) {
+    return Failure{failure->status,
+                   failure->sentence +
+                       " The keychain needs its passphrase: run the command on a "
+                       "terminal, or set passphrase_command in the configuration."};
+  }
+  if (std::get<std::string>(answer).empty()) {
+    return Failure{kFailed, "The keychain's passphrase cannot be empty."};
+  }
+  return answer;
+}
+
+}  // namespace host

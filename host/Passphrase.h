@@ -1,0 +1,21 @@
+// Where the keychain's passphrase comes from: a command of the user's, or the user.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "host/Failure.h"
+
+namespace host {
+
+// The first line that `command` prints, run by /bin/sh, whose standard input and error are ours; or
+// what the user types on the terminal when `command` is empty. Both end with a deadline.
+std::variant<std::string, Failure> obtainPassphrase(const std::string& command);
+
+// Asks on the controlling terminal, without echo; the answer may be empty. Fails when there is no
+// terminal, at the deadline, and when a signal ends the command, which happens once the terminal is
+// as it was.
+std::variant<std::string, Failure> askHidden(std::string_view prompt);
+
+}  // namespace host

@@ -1,0 +1,27 @@
+// The stored token record of an account, read and written by way of the library, with a deadline on
+// every wait. Tokens that pass through here are kept out of all messages (see Secrets.h).
+#pragma once
+
+#include "QVROAuth2Client/QVROAuth2Token.h"
+#include "QVROAuth2Client/platform/Error.h"
+#include "host/Command.h"
+
+namespace host {
+
+// The record; null, with *error set, when there is none or it cannot be read.
+qvr::Ref<QVROAuth2Token> readRecord(const Account& account, qvr::ErrorPtr* error);
+
+// Null when stored (and then durable), or removed.
+qvr::ErrorPtr storeRecord(const Account& account, const qvr::Ref<QVROAuth2Token>& record);
+qvr::ErrorPtr removeRecord(const Account& account);
+
+// A new record for one that has a refresh token without a space; null, with *error set, when the
+// provider gave none. Nothing is stored.
+qvr::Ref<QVROAuth2Token> refreshRecord(const Account& account,
+                                       const qvr::Ref<QVROAuth2Token>& record,
+                                       qvr::ErrorPtr* error);
+
+// True when the text can stand in a form that the library sends: it raises on spaces.
+bool canBeSent(const qvr::Text& token);
+
+}  // namespace host

@@ -1,0 +1,19 @@
+// What must not be printed: every secret that the command gets hold of is told here, and is taken
+// out of whatever goes to standard error. A server may echo a token in its error text.
+//
+// Thread rule: any thread.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace host {
+
+// Remembers a secret for the life of the process. Texts under four characters are not kept: taking
+// them out would mangle sentences and hide nothing.
+void keepSecret(std::string_view secret);
+
+// The text with every secret replaced by "{length = N}".
+std::string withoutSecrets(std::string_view text);
+
+}  // namespace host

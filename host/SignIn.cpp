@@ -1,0 +1,109 @@
+#include "host/SignIn.h"
+
+#include <unistd.h>
+
+#include <utility>
+
+#include "QVROAuth2Client/QVRGoogleOAuth2PublicClient.h"
+#include "QVROAuth2Client/QVRMicrosoftOAuth2PublicClient.h"
+#include "QVROAuth2Client/QVROAuth2Keychain.h"
+#include "QVROAuth2Client/QVROAuth2Provider.h"
+#include "QVROAuth2Client/platform/Ports.h"
+#include "host/Console.h"
+#include "host/Messages.h"
+#include "host/Paths.h"
+#include "host/Record.h"
+#include "host/Scopes.h"
+#include "host/Setup.h"
+#include "host/Signals.h"
+
+namespace host {
+
+namespace {
+
+qvr::Ref<QVROAuth2PublicClient> makeGoogleClient(const SignInOptions& options) {
+  const auto client = QVRGoogleOAuth2PublicClient::init();
+  client->setLoginHint(options.account.username);
+  return client;
+}
+
+qvr::Ref<QVROAuth2PublicClient> makeMicrosoftClient(const SignInOptions& options) {
+  const auto client = QVRMicrosoftOAuth2PublicClient::init();
+  client->setLoginHint(options.account.username);
+  client->setPrompt(options.prompt);
+  client->setDomainHint(options.domainHint);
+  return client;
+}
+
+using RecordOrFailure = std::variant<qvr::Ref<QVROAuth2Token>, Failure>;
+
+// A record fresh from the provider; nothing is stored.
+RecordOrFailure obtainRecord(const SignInOptions& options, const SignInEnvironment& environment) {
+  const qvr::Ref<QVROAuth2PublicClient> client = makeSignInClient(options);
+  const auto code = authorize(client, options, environment);
+  if (const auto* failure = std::get_if<Failure>(&code)) return *failure;
+  const auto answer =
+      exchangeCode(*client, std::get<std::string>(code), options.account, environment.signals);
+  if (const auto* failure = std::get_if<Failure>(&answer)) return *failure;
+  return recordFromAnswer(*std::get<qvr::Ref<QVROAuth2AccessTokenResponse>>(answer),
+                          requestedScope(options), options.account, now());
+}
+
+}  // namespace
+
+qvr::Ref<QVROAuth2PublicClient> makeSignInClient(const SignInOptions& options) {
+  const bool isGoogle = options.account.provider == QVROAuth2ProviderGoogle;
+  auto client = isGoogle ? makeGoogleClient(options) : makeMicrosoftClient(options);
+  client->setScope(requestedScope(options));
+  return client;
+}
+
+std::string requestedScope(const SignInOptions& options) {
+  return options.scope.value_or(std::string(defaultMailScope(options.account.provider)));
+}
+
+std::optional<Failure> keychainProblem(const Account& account) {
+  // An item of no account, under a name that no other process uses at the same time.
+  constexpr const char* kService = "SignInCheck";
+  const std::string item = std::to_string(getpid());
+  const auto keychain = QVROAuth2Keychain::defaultOAuth2Keychain();
+  qvr::ErrorPtr error;
+  if (keychain->setPasswordData({0}, kService, item, &error) &&
+      keychain->removePasswordDataForService(kService, item, &error))
+    return std::nullopt;
+  return failureForError(error, account);
+}
+
+int runSignIn(const SignInOptions& options, const SignInEnvironment& environment) {
+  const RecordOrFailure result = obtainRecord(options, environment);
+  if (const auto* failure = std::get_if<Failure>(&result)) return report(*failure);
+  const auto& record = std::get<qvr::Ref<QVROAuth2Token>>(result);
+  // A keychain may ask the user for something; who does not want to answer can leave.
+  const TerminationAllowed allowed;
+  if (const qvr::ErrorPtr error = storeRecord(options.account, record)) {
+    Failure failure = failureForError(error, options.account);
+    failure.sentence =
+        "The token could not be stored, so you are not signed in. " + failure.sentence;
+    return report(failure);
+  }
+  writeOut("Signed in " + printable(options.account.username) + " at " + options.account.provider +
+           ".\n");
+  for (const std::string& warning :
+       warningsAboutRecord(*record, requestedScope(options), options.account))
+    say(warning);
+  return kDone;
+}
+
+int signIn(const Configuration& configuration, const SignInOptions& options) {
+  if (const auto failure = registrationProblem(configuration, options.account.provider))
+    return report(*failure);
+  if (const auto failure = keychainProblem(options.account)) return report(*failure);
+  blockTerminationSignals();  // no thread has been started yet: the library does so when it must
+  const SignalWatch signals;
+  return runSignIn(options, {.browser = qvr::makeWorkspace(),
+                             .runtimeFolder = runtimeFolder(),
+                             .input = STDIN_FILENO,
+                             .signals = signals.fileDescriptor()});
+}
+
+}  // namespace host

@@ -1,0 +1,121 @@
+// The provider's part of a sign-in: the code is exchanged, and the answer becomes a record.
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <utility>
+
+#include "QVROAuth2Client/QVROAuth2Provider.h"
+#include "host/Descriptor.h"
+#include "host/Messages.h"
+#include "host/Scopes.h"
+#include "host/Secrets.h"
+#include "host/SignIn.h"
+#include "host/Signals.h"
+#include "host/Wait.h"
+
+namespace host {
+
+namespace {
+
+using Answer = qvr::Ref<QVROAuth2AccessTokenResponse>;
+using AnswerOrFailure = std::variant<Answer, Failure>;
+
+// An outcome for which one can wait beside signals: the descriptor is readable once it is there.
+struct SignalledAnswer {
+  Outcome<AnswerOrFailure> outcome;
+  Descriptor arrival{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
+
+  void deliver(AnswerOrFailure answer) const {
+    outcome.deliver(std::move(answer));
+    eventfd_write(arrival.number(), 1);
+  }
+};
+
+enum class Event { kAnswer, kSignal, kDeadline };
+
+Event waitFor(const SignalledAnswer& answer, int signals, double seconds) {
+  pollfd sources[] = {{answer.arrival.number(), POLLIN, 0}, {signals, POLLIN, 0}};
+  if (poll(sources, std::size(sources), static_cast<int>(seconds * 1000)) <= 0)
+    return Event::kDeadline;
+  return sources[0].revents != 0 ? Event::kAnswer : Event::kSignal;
+}
+
+std::string minutes(double seconds) {
+  const auto rounded = static_cast<long long>((seconds + 59) / 60);
+  return rounded == 1 ? "one minute" : std::to_string(rounded) + " minutes";
+}
+
+// When the record stops being of use, as far as one knows.
+std::string lifetime(const QVROAuth2Token& record) {
+  constexpr double kDay = 24 * 60 * 60;
+  const double seconds = record.expiresIn().value_or(0);
+  return seconds > 0 && seconds < kDay ? "in " + minutes(seconds) : "when the token expires";
+}
+
+std::string howToGetARefreshToken(const Account& account) {
+  if (account.provider == QVROAuth2ProviderGoogle)
+    return "Remove the app's access in the Google account's security settings and sign in again: "
+           "Google sends a refresh token with the first consent.";
+  return "Sign in again with \"offline_access\" in the scope.";
+}
+
+}  // namespace
+
+std::variant<Answer, Failure> exchangeCode(const QVROAuth2PublicClient& client,
+                                           const std::string& code, const Account& account,
+                                           int signals) {
+  const auto answer = std::make_shared<SignalledAnswer>();
+  const auto task = client.taskForRequestingAccessTokenWithAuthorizationCode(
+      code, [answer, account](Answer response, qvr::ErrorPtr error) {
+        if (response) return answer->deliver(std::move(response));
+        answer->deliver(failureForError(error, account));
+      });
+  task->resume();
+  const Event event = waitFor(*answer, signals, kRequestDeadlineSeconds);
+  if (event == Event::kAnswer) return answer->outcome.wait(0).value();
+  task->cancel();
+  if (event == Event::kSignal)
+    return Failure{kFailed, "The sign-in was cancelled: nothing was stored."};
+  return Failure{kTryAgainLater,
+                 account.provider + " did not answer in time: sign in again later."};
+}
+
+std::variant<qvr::Ref<QVROAuth2Token>, Failure> recordFromAnswer(
+    const QVROAuth2AccessTokenResponse& answer, const std::string& scope, const Account& account,
+    qvr::Date now) {
+  const qvr::Text accessToken = answer.accessToken().text();
+  const qvr::Text tokenType = answer.tokenType().text();
+  const qvr::Text refreshToken = answer.refreshToken().text();
+  keepSecret(accessToken.value_or(""));
+  keepSecret(refreshToken.value_or(""));
+  if (!accessToken || accessToken->empty() || !tokenType)
+    return Failure{kFailed, "The answer of " + account.provider + " has no " +
+                                (tokenType ? "access token" : "token type") +
+                                ", so nothing was stored: sign in again."};
+  return QVROAuth2Token::initWithAccessToken(
+      *accessToken, *tokenType, answer.expiresIn().numberValue(), refreshToken,
+      splitScope(answer.scope().text().value_or(scope)), now);
+}
+
+std::vector<std::string> warningsAboutRecord(const QVROAuth2Token& record, const std::string& scope,
+                                             const Account& account) {
+  std::vector<std::string> warnings;
+  if (record.refreshToken().value_or("").empty())
+    warnings.push_back("Warning: " + account.provider +
+                       " sent no refresh token, so this sign-in cannot be renewed and ends " +
+                       lifetime(record) + ". " + howToGetARefreshToken(account));
+  std::string missing;
+  for (const std::string& each :
+       missingScopes(splitScope(scope), record.grantedScopes().value_or(qvr::TextSet())))
+    missing += " " + each;
+  if (!missing.empty())
+    warnings.push_back("Warning: not everything that was asked for was granted; missing:" +
+                       missing + ". Sign in again and tick every box on the consent page.");
+  return warnings;
+}
+
+}  // namespace host

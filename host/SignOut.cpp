@@ -1,0 +1,96 @@
+// qvr-oauth2 sign-out: revokes the grant where the provider lets it, and removes the stored record.
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "QVROAuth2Client/QVRGoogleOAuth2PublicClient.h"
+#include "QVROAuth2Client/QVROAuth2Error.h"
+#include "QVROAuth2Client/QVROAuth2Provider.h"
+#include "QVROAuth2Client/platform/KeychainItems.h"
+#include "host/Command.h"
+#include "host/Console.h"
+#include "host/Messages.h"
+#include "host/Record.h"
+#include "host/Wait.h"
+
+namespace host {
+namespace {
+
+bool isDamaged(const qvr::Error& error) {
+  return error.domain() == qvr::NSCocoaErrorDomain ||
+         error.is(qvr::NSOSStatusErrorDomain, qvr::errSecDecode);
+}
+
+// Asks the provider to revoke; null when it did.
+qvr::ErrorPtr revoke(const std::string& token, const char* hint) {
+  const Outcome<qvr::ErrorPtr> outcome;
+  const auto task = QVRGoogleOAuth2PublicClient::init()->taskForRevokingToken(
+      token, hint, [outcome](qvr::ErrorPtr error) { outcome.deliver(std::move(error)); });
+  task->resume();
+  auto result = outcome.wait(kRequestDeadlineSeconds);
+  if (result) return *result;
+  task->cancel();
+  return qvr::Error::errorWithDomain(qvr::NSURLErrorDomain, qvr::NSURLErrorTimedOut);
+}
+
+// Revoking the refresh token ends the whole grant (RFC 7009 section 2.1).
+qvr::ErrorPtr revokeGrant(const QVROAuth2Token& record) {
+  if (canBeSent(record.refreshToken())) return revoke(*record.refreshToken(), "refresh_token");
+  return revoke(*record.accessToken(), "access_token");
+}
+
+Failure kept(const qvr::ErrorPtr& error, const Account& account) {
+  Failure failure = failureForError(error, account);
+  failure.sentence += " The token was not revoked and stays stored; " +
+                      commandLine("sign-out --local", account) + " removes it without revoking it.";
+  return failure;
+}
+
+// Revokes at Google. The failure is a reason to keep the record.
+std::optional<Failure> signOutAtGoogle(const Account& account, const QVROAuth2Token& record) {
+  if (!canBeSent(record.refreshToken()) && !canBeSent(record.accessToken())) {
+    say("The stored record holds no token that can be revoked.");
+    return std::nullopt;
+  }
+  const qvr::ErrorPtr error = revokeGrant(record);
+  if (!error) {
+    say("The token was revoked at Google.");
+    return std::nullopt;
+  }
+  const bool isRefusal = error->domain() == QVROAuth2ErrorDomain;
+  if (!isRefusal || exitStatusForError(error) == kTryAgainLater) return kept(error, account);
+  say("Google did not revoke the token, as it does when a token has expired or was revoked before; "
+      "see https://myaccount.google.com/permissions for what still has access.");
+  return std::nullopt;
+}
+
+void sayMicrosoftHasNoRevocation() {
+  say("Microsoft offers no way to revoke a token: to end this app's access, remove it at "
+      "https://account.microsoft.com/privacy/app-access (personal accounts) or "
+      "https://myapps.microsoft.com (work and school accounts).");
+}
+
+int removeItem(const Account& account) {
+  const qvr::ErrorPtr error = removeRecord(account);
+  if (error) return report(failureForError(error, account));
+  const std::string done = "Signed out " + account.username + " at " + account.provider + ".";
+  return writeOut(printable(done) + "\n") ? kDone : report(cannotWriteOutput());
+}
+
+}  // namespace
+
+int signOut(const Configuration&, const Account& account, bool localOnly) {
+  if (localOnly) return removeItem(account);
+  qvr::ErrorPtr error;
+  const auto record = readRecord(account, &error);
+  if (!record && !isDamaged(*error)) return report(failureForError(error, account));
+  if (!record) say("The stored item is damaged, so that its token cannot be revoked.");
+  if (account.provider == QVROAuth2ProviderMicrosoft) {
+    sayMicrosoftHasNoRevocation();
+  } else if (record) {
+    if (auto failure = signOutAtGoogle(account, *record)) return report(*failure);
+  }
+  return removeItem(account);
+}
+
+}  // namespace host

@@ -1,0 +1,27 @@
+// A terminal that does not show what is typed, for a scope.
+#pragma once
+
+#include <signal.h>
+#include <termios.h>
+
+namespace host {
+
+// Turns the terminal's echo off. The signals that end the process wait until the echo is back, and
+// are then delivered as ever.
+class WithoutEcho {
+ public:
+  explicit WithoutEcho(int terminal);
+  ~WithoutEcho();
+  WithoutEcho(const WithoutEcho&) = delete;
+  WithoutEcho& operator=(const WithoutEcho&) = delete;
+
+  bool isOff() const { return changed_; }
+
+ private:
+  const int terminal_;
+  bool changed_ = false;
+  struct termios settings_ = {};
+  sigset_t signals_ = {};
+};
+
+}  // namespace host

@@ -1,0 +1,43 @@
+# shellcheck shell=bash
+#
+# To be sourced by bash scripts: makes sure that Debian packages are installed.
+#
+#   need_packages NAME...   installs those that are missing, as root or with sudo, and says so
+#
+# The lists that the scripts share are below.
+
+BUILD_PACKAGES=(g++ cmake ninja-build pkg-config ca-certificates
+  libcurl4-openssl-dev libsodium-dev libsimdjson-dev libcli11-dev libtomlplusplus-dev)
+TEST_PACKAGES=(libgtest-dev libgmock-dev openssl python3 procps)
+CHECK_PACKAGES=(clang libclang-rt-14-dev clang-format clang-tidy)
+
+is_installed() {
+  [ "$(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
+}
+
+as_root() {
+  if [ "$(id -u)" -eq 0 ]; then
+    "$@"
+  elif command -v sudo >/dev/null; then
+    sudo "$@"
+  else
+    echo "packages: please run this as root, or install sudo: $*" >&2
+    return 1
+  fi
+}
+
+need_packages() {
+  local name missing=()
+  if ! command -v dpkg-query >/dev/null; then
+    echo "packages: this is no Debian system; please see to it that these are there: $*"
+    return 0
+  fi
+  for name in "$@"; do
+    is_installed "$name" || missing+=("$name")
+  done
+  [ ${#missing[@]} -eq 0 ] && return 0
+  echo "packages: installing ${missing[*]}"
+  as_root apt-get update -qq &&
+    as_root env DEBIAN_FRONTEND=noninteractive \
+      apt-get install -qq -y --no-install-recommends "${missing[@]}" >/dev/null
+}

@@ -1,0 +1,57 @@
+// One request of a libcurl session, as its owner sees it: a state, a handler, and what the request
+// came to.
+#pragma once
+
+#include <optional>
+
+#include "QVROAuth2Client/platform/Executor.h"
+#include "QVROAuth2Client/platform/URLSession.h"
+#include "src/platform/Mutex.h"
+
+namespace qvr {
+
+class CurlSessionCore;
+
+// Exactly one of data and error is there.
+struct CurlSessionOutcome {
+  std::optional<Data> data;
+  HTTPURLResponse response;
+  ErrorPtr error;
+};
+
+// Thread rule: any. A task in flight is held by the session's thread, then by the call waiting on
+// the callback queue; it holds the session's core until its handler has run.
+class CurlSessionTask final : public URLSessionDataTask {
+ public:
+  CurlSessionTask(Ref<CurlSessionCore> core, URLRequest request, DataTaskCompletionHandler handler);
+
+  void resume() override;
+  void cancel() override;
+  State state() const override;
+
+  // Unchanged until the task is finished.
+  const URLRequest& request() const { return request_; }
+
+  bool isCanceling() const { return state() == State::kCanceling; }
+
+  // Hands over what the task came to: the handler is called on `callbackQueue`. A task that is
+  // cancelled before that call reports the cancellation instead.
+  static void finish(Ref<CurlSessionTask> task, CurlSessionOutcome outcome,
+                     Executor& callbackQueue);
+
+ private:
+  ~CurlSessionTask() override;
+  void callHandler();
+  CurlSessionOutcome takeOutcome() QVR_REQUIRES(mutex_);
+  void wipeBody();
+
+  URLRequest request_;
+  mutable Mutex mutex_;
+  Ref<CurlSessionCore> core_ QVR_GUARDED_BY(mutex_);
+  DataTaskCompletionHandler handler_ QVR_GUARDED_BY(mutex_);
+  CurlSessionOutcome outcome_ QVR_GUARDED_BY(mutex_);
+  State state_ QVR_GUARDED_BY(mutex_) = State::kSuspended;
+  bool isCancelledBeforeResume_ QVR_GUARDED_BY(mutex_) = false;
+};
+
+}  // namespace qvr

@@ -1,0 +1,200 @@
+#include "src/ports/CurlSessionTransfer.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "src/platform/URLErrors.h"
+#include "src/ports/CurlSessionErrors.h"
+#include "src/ports/CurlSessionRequest.h"
+
+namespace qvr {
+namespace {
+
+// Far more than any token response. Headers, which nobody asked for either, may be as large.
+constexpr std::size_t kMaximumBodySize = 1 << 20;
+constexpr std::size_t kMaximumHeaderSize = 1 << 20;
+
+CurlSessionTransfer::Clock::duration durationOf(double seconds) {
+  constexpr double kForever = 1e8;  // some years; keeps the sum with a time within range
+  return std::chrono::duration_cast<CurlSessionTransfer::Clock::duration>(
+      std::chrono::duration<double>(std::clamp(seconds, 0.0, kForever)));
+}
+
+// Without optional white space around it (RFC 9110 section 5.5) and without the line's end.
+std::string trimmed(std::string_view text) {
+  constexpr std::string_view kSpace = " \t\r\n";
+  const std::size_t first = text.find_first_not_of(kSpace);
+  if (first == std::string_view::npos) return {};
+  return std::string(text.substr(first, text.find_last_not_of(kSpace) - first + 1));
+}
+
+}  // namespace
+
+CurlSessionTransfer::CurlSessionTransfer(const CurlLibrary& curl, const URLRequest& request,
+                                         const URLSessionOptions& options)
+    : curl_(curl), request_(request), options_(options), handle_(curl.easyInit()) {
+  if (handle_ == nullptr) {
+    setupResult_ = CURLE_FAILED_INIT;
+  } else {
+    setUp();
+  }
+}
+
+CurlSessionTransfer::~CurlSessionTransfer() {
+  if (handle_ != nullptr) curl_.easyCleanup(handle_);
+  curl_.slistFreeAll(headerList_);
+}
+
+// The first option that libcurl refuses ends the transfer before it starts.
+template <class T>
+void CurlSessionTransfer::set(CURLoption option, T value) {
+  if (setupResult_ == CURLE_OK) setupResult_ = curl_.easySetopt(handle_, option, value);
+}
+
+// For options that an older library may lack and that change no outcome.
+template <class T>
+void CurlSessionTransfer::setIfKnown(CURLoption option, T value) {
+  curl_.easySetopt(handle_, option, value);
+}
+
+template <class T>
+T CurlSessionTransfer::info(CURLINFO key, T absent) const {
+  T value = absent;
+  return curl_.easyGetinfo(handle_, key, &value) == CURLE_OK ? value : absent;
+}
+
+void CurlSessionTransfer::setUp() {
+  setTarget();
+  setHeaders();
+  setSecurity();
+  setCallbacks();
+}
+
+void CurlSessionTransfer::setTarget() {
+  set(CURLOPT_URL, request_.url.absoluteString().c_str());
+  set(CURLOPT_PATH_AS_IS, 1L);
+  set(CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_2TLS});
+  set(CURLOPT_ACCEPT_ENCODING, "");  // what libcurl can decode
+  // Sent from where it is: a copy would be one more to wipe.
+  const Data& body = request_.HTTPBody;
+  if (request_.HTTPMethod == "HEAD") {
+    set(CURLOPT_NOBODY, 1L);
+  } else if (request_.HTTPMethod == "POST" || !body.empty()) {
+    set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+    set(CURLOPT_POSTFIELDS, body.empty() ? "" : reinterpret_cast<const char*>(body.data()));
+  }
+  set(CURLOPT_CUSTOMREQUEST, request_.HTTPMethod.c_str());
+}
+
+void CurlSessionTransfer::setHeaders() {
+  for (const std::string& line : headerLines(request_)) {
+    curl_slist* const list = curl_.slistAppend(headerList_, line.c_str());
+    if (list == nullptr) setupResult_ = CURLE_OUT_OF_MEMORY;
+    if (list != nullptr) headerList_ = list;
+  }
+  set(CURLOPT_HTTPHEADER, headerList_);
+}
+
+void CurlSessionTransfer::setSecurity() {
+  set(CURLOPT_PROTOCOLS_STR, "http,https");
+  set(CURLOPT_FOLLOWLOCATION, 0L);  // a token request must not travel on
+  set(CURLOPT_NETRC, long{CURL_NETRC_IGNORED});
+  set(CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});
+  set(CURLOPT_SSL_VERIFYPEER, 1L);
+  set(CURLOPT_SSL_VERIFYHOST, 2L);
+  if (options_.certificateAuthorityFile.empty()) return;
+  // A folder of certificates would keep libcurl from caching the parsed store: 20 ms a connection.
+  set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+  set(CURLOPT_CAINFO, options_.certificateAuthorityFile.c_str());
+}
+
+void CurlSessionTransfer::setCallbacks() {
+  set(CURLOPT_NOSIGNAL, 1L);
+  setIfKnown(CURLOPT_QUICK_EXIT, 1L);  // a hanging name look-up must not hold up the thread
+  set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  set(CURLOPT_ERRORBUFFER, detail_.data());
+  set(CURLOPT_HEADERFUNCTION, &CurlSessionTransfer::onHeader);
+  set(CURLOPT_HEADERDATA, this);
+  set(CURLOPT_WRITEFUNCTION, &CurlSessionTransfer::onBody);
+  set(CURLOPT_WRITEDATA, this);
+  set(CURLOPT_XFERINFOFUNCTION, &CurlSessionTransfer::onProgress);
+  set(CURLOPT_XFERINFODATA, this);
+  set(CURLOPT_NOPROGRESS, 0L);
+}
+
+CurlSessionTransfer::Clock::time_point CurlSessionTransfer::deadline() const {
+  const Clock::time_point whole = start_ + durationOf(options_.requestTimeoutSeconds);
+  if (!lastProgress_) return whole;
+  return std::min(whole, *lastProgress_ + durationOf(options_.idleTimeoutSeconds));
+}
+
+std::size_t CurlSessionTransfer::onHeader(const char* bytes, std::size_t size, std::size_t count,
+                                          void* self) {
+  const std::string_view line(bytes, size * count);
+  return static_cast<CurlSessionTransfer*>(self)->takeHeader(line) ? line.size() : 0;
+}
+
+std::size_t CurlSessionTransfer::onBody(const char* bytes, std::size_t size, std::size_t count,
+                                        void* self) {
+  const std::string_view part(bytes, size * count);
+  return static_cast<CurlSessionTransfer*>(self)->takeBody(part) ? part.size() : 0;
+}
+
+int CurlSessionTransfer::onProgress(void* self, curl_off_t /*toReceive*/, curl_off_t received,
+                                    curl_off_t /*toSend*/, curl_off_t sent) {
+  static_cast<CurlSessionTransfer*>(self)->noteProgress(received, sent);
+  return 0;
+}
+
+// A status line begins a response anew, so that only the final one's headers are kept; lines after
+// the body are trailers, which are not headers.
+bool CurlSessionTransfer::takeHeader(std::string_view line) {
+  lastProgress_ = Clock::now();
+  headerBytes_ += line.size();
+  isTooLarge_ = headerBytes_ > kMaximumHeaderSize;
+  if (isTooLarge_) return false;
+  if (!body_.empty()) return true;
+  const std::size_t colon = line.find(':');
+  if (line.substr(0, 5) == "HTTP/") {
+    response_.headers.clear();
+  } else if (colon != std::string_view::npos) {
+    response_.headers.emplace_back(trimmed(line.substr(0, colon)), trimmed(line.substr(colon + 1)));
+  }
+  return true;
+}
+
+bool CurlSessionTransfer::takeBody(std::string_view bytes) {
+  isTooLarge_ = bytes.size() > kMaximumBodySize - body_.size();
+  if (!isTooLarge_) body_.insert(body_.end(), bytes.begin(), bytes.end());
+  return !isTooLarge_;
+}
+
+// The handshake's bytes are not counted by libcurl, but its steps are timed.
+void CurlSessionTransfer::noteProgress(curl_off_t received, curl_off_t sent) {
+  const Progress progress{received, sent, info<curl_off_t>(CURLINFO_CONNECT_TIME_T, 0),
+                          info<curl_off_t>(CURLINFO_APPCONNECT_TIME_T, 0)};
+  if (lastProgress_ && progress == progress_) return;
+  progress_ = progress;
+  lastProgress_ = Clock::now();
+}
+
+CurlSessionOutcome CurlSessionTransfer::outcome(CURLcode result) {
+  if (result == CURLE_OK) {
+    response_.statusCode = info<long>(CURLINFO_RESPONSE_CODE, 0);
+    return {std::move(body_), std::move(response_), nullptr};
+  }
+  const std::int64_t code = errorCode(result);
+  // libcurl's fixed sentence for the result says more than "unknown error", and holds no secret.
+  const bool isLocal = code == NSURLErrorUnknown || result == CURLE_SSL_CACERT_BADFILE;
+  const TextView debugDescription = isLocal ? TextView(curl_.easyStrerror(result)) : TextView();
+  return {std::nullopt, {}, makeURLError(code, request_.url, debugDescription)};
+}
+
+std::int64_t CurlSessionTransfer::errorCode(CURLcode result) const {
+  if (isTooLarge_) return NSURLErrorDataLengthExceedsMaximum;
+  if (handle_ == nullptr) return NSURLErrorUnknown;
+  return URLErrorCode({result, info<long>(CURLINFO_OS_ERRNO, 0),
+                       info<long>(CURLINFO_SSL_VERIFYRESULT, 0), detail_.data()});
+}
+
+}  // namespace qvr

@@ -1,0 +1,85 @@
+// One request on its way: a libcurl easy handle, what it has received, and when it is overdue.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <optional>
+#include <string_view>
+
+#include "QVROAuth2Client/platform/Ports.h"
+#include "src/ports/CurlLibrary.h"
+#include "src/ports/CurlSessionTask.h"
+
+namespace qvr {
+
+// Thread rule: the session's thread only. The request must outlive the transfer.
+class CurlSessionTransfer {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  CurlSessionTransfer(const CurlLibrary& curl, const URLRequest& request,
+                      const URLSessionOptions& options);
+  ~CurlSessionTransfer();
+  CurlSessionTransfer(const CurlSessionTransfer&) = delete;
+  CurlSessionTransfer& operator=(const CurlSessionTransfer&) = delete;
+
+  // Null when libcurl could not take the request; outcome(setupResult()) then says why.
+  CURL* handle() const { return setupResult_ == CURLE_OK ? handle_ : nullptr; }
+  CURLcode setupResult() const { return setupResult_; }
+
+  // When the transfer is overdue. Moves on with every byte, up to the limit of the whole request.
+  Clock::time_point deadline() const;
+
+  // What the transfer came to, given libcurl's result. Call it once.
+  CurlSessionOutcome outcome(CURLcode result);
+
+ private:
+  // Whatever moves when a connection is alive.
+  struct Progress {
+    curl_off_t received = 0;
+    curl_off_t sent = 0;
+    curl_off_t connectTime = 0;
+    curl_off_t handshakeTime = 0;
+    friend bool operator==(const Progress&, const Progress&) = default;
+  };
+
+  template <class T>
+  void set(CURLoption option, T value);
+  template <class T>
+  void setIfKnown(CURLoption option, T value);
+  template <class T>
+  T info(CURLINFO key, T absent) const;
+  void setUp();
+  void setTarget();
+  void setHeaders();
+  void setSecurity();
+  void setCallbacks();
+
+  static std::size_t onHeader(const char* bytes, std::size_t size, std::size_t count, void* self);
+  static std::size_t onBody(const char* bytes, std::size_t size, std::size_t count, void* self);
+  static int onProgress(void* self, curl_off_t toReceive, curl_off_t received, curl_off_t toSend,
+                        curl_off_t sent);
+  bool takeHeader(std::string_view line);
+  bool takeBody(std::string_view bytes);
+  void noteProgress(curl_off_t received, curl_off_t sent);
+  std::int64_t errorCode(CURLcode result) const;
+
+  const CurlLibrary& curl_;
+  const URLRequest& request_;
+  const URLSessionOptions& options_;
+  CURL* const handle_;
+  CURLcode setupResult_ = CURLE_OK;
+  curl_slist* headerList_ = nullptr;
+  std::array<char, CURL_ERROR_SIZE> detail_{};
+
+  const Clock::time_point start_ = Clock::now();
+  std::optional<Clock::time_point> lastProgress_;  // absent while it waits for a connection
+  Progress progress_;
+
+  HTTPURLResponse response_;
+  Data body_;
+  std::size_t headerBytes_ = 0;
+  bool isTooLarge_ = false;
+};
+
+}  // namespace qvr
