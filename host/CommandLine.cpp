@@ -210,7 +210,7 @@ Failure failureForParseError(const CLI::App& application, const CLI::ParseError&
     return usage("There is an argument too many.");
   }
   if (dynamic_cast<const CLI::ConversionError*>(&error) != nullptr) {
-    return usage("The timeout must be a number of seconds.");
+    return usage("An option has a value of the wrong kind.");
   }
   return usage(std::string(error.what()) + ".");
 }

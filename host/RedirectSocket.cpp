@@ -57,6 +57,13 @@ bool connectTo(int socket, const std::string& path) {
   return connect(socket, reinterpret_cast<const sockaddr*>(&*address), sizeof *address) == 0;
 }
 
+// True when the process at the other end runs as `user`.
+bool peerIs(int socket, uid_t user) {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  return getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == user;
+}
+
 // Nobody listens behind a socket that refuses connections. One that is a minute old was not just
 // made by a process that is about to listen.
 bool isStale(const std::string& path) {
@@ -131,16 +138,10 @@ std::string redirectSocketName(std::string_view state) {
   return hash.value_or("").substr(0, 22) + std::string(kNameSuffix);
 }
 
-bool peerIs(int socket, uid_t user) {
-  ucred peer{};
-  socklen_t size = sizeof peer;
-  return getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && peer.uid == user;
-}
-
 std::unique_ptr<RedirectListener> RedirectListener::listen(const std::string& folder,
                                                            std::string_view state,
                                                            std::optional<Failure>* failure,
-                                                           std::chrono::milliseconds deadline) {
+                                                           RedirectPeer peer) {
   removeStaleSockets(folder);
   const std::string path = folder + "/" + redirectSocketName(state);
   const auto fail = [&](int error) {
@@ -153,18 +154,16 @@ std::unique_ptr<RedirectListener> RedirectListener::listen(const std::string& fo
   if (!socket) return fail(errno);
   if (bind(socket.number(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0)
     return fail(errno);
-  std::unique_ptr<RedirectListener> listener(
-      new RedirectListener(path, std::move(socket), deadline));
+  std::unique_ptr<RedirectListener> listener(new RedirectListener(path, std::move(socket), peer));
   if (chmod(path.c_str(), 0600) != 0 || ::listen(listener->socket_.number(), kBacklog) != 0 ||
       !listener->watch(listener->socket_.number()) || !listener->watch(listener->timer_.number()))
     return fail(errno);
   return listener;
 }
 
-RedirectListener::RedirectListener(std::string path, Descriptor socket,
-                                   std::chrono::milliseconds deadline)
+RedirectListener::RedirectListener(std::string path, Descriptor socket, RedirectPeer peer)
     : path_(std::move(path)),
-      deadline_(deadline),
+      peer_(peer),
       socket_(std::move(socket)),
       timer_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)),
       events_(epoll_create1(EPOLL_CLOEXEC)) {}
@@ -198,9 +197,9 @@ void RedirectListener::serve(const Receiver& receive) {
 
 void RedirectListener::accept() {
   Descriptor socket(accept4(socket_.number(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-  if (!socket || !peerIs(socket.number(), geteuid()) || !watch(socket.number())) return;
+  if (!socket || !peerIs(socket.number(), peer_.user) || !watch(socket.number())) return;
   if (connections_.size() == kMaximumConnections) connections_.pop_front();
-  connections_.push_back({std::move(socket), Clock::now() + deadline_, {}});
+  connections_.push_back({std::move(socket), Clock::now() + peer_.deadline, {}});
 }
 
 // Takes what has arrived; false when the connection is done with.
@@ -246,14 +245,14 @@ void RedirectListener::armTimer() {
 }
 
 RedirectAnswer sendRedirect(const std::string& folder, std::string_view state, std::string_view url,
-                            std::chrono::milliseconds deadline) {
-  const Clock::time_point end = Clock::now() + deadline;
+                            RedirectPeer peer) {
+  const Clock::time_point end = Clock::now() + peer.deadline;
   const Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!socket) return RedirectAnswer::kNoAnswer;
-  setSendTimeout(socket.number(), deadline);
+  setSendTimeout(socket.number(), peer.deadline);
   if (!connectTo(socket.number(), folder + "/" + redirectSocketName(state)))
     return errno == EAGAIN ? RedirectAnswer::kNoAnswer : RedirectAnswer::kNobodyWaiting;
-  if (!peerIs(socket.number(), geteuid())) return RedirectAnswer::kNobodyWaiting;
+  if (!peerIs(socket.number(), peer.user)) return RedirectAnswer::kNobodyWaiting;
   sendAll(socket.number(), std::string(url) + "\n", end);
   return readAnswer(socket.number(), end);
 }

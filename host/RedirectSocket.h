@@ -7,6 +7,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstddef>
@@ -22,9 +23,14 @@
 
 namespace host {
 
-// The longest redirect URL that is carried, and how long either side waits for the other.
+// The longest redirect URL that is carried.
 inline constexpr std::size_t kMaximumRedirectSize = 1 << 20;
-inline constexpr std::chrono::milliseconds kRedirectDeadline{5000};
+
+// What either side expects of the other.
+struct RedirectPeer {
+  std::chrono::milliseconds deadline{5000};  // for all that it has to say
+  uid_t user = geteuid();                    // as whom it runs
+};
 
 // What became of a redirect.
 enum class RedirectAnswer {
@@ -46,9 +52,9 @@ class RedirectListener {
 
   // Listens in the folder, which must be private to the user. From here on a redirect waits in the
   // socket's queue until serve() is called. Sets *failure, and returns null, when it cannot.
-  static std::unique_ptr<RedirectListener> listen(
-      const std::string& folder, std::string_view state, std::optional<Failure>* failure,
-      std::chrono::milliseconds deadline = kRedirectDeadline);
+  static std::unique_ptr<RedirectListener> listen(const std::string& folder, std::string_view state,
+                                                  std::optional<Failure>* failure,
+                                                  RedirectPeer peer = {});
 
   // Stops listening and removes the socket.
   ~RedirectListener();
@@ -69,7 +75,7 @@ class RedirectListener {
   };
   using Connections = std::list<Connection>;
 
-  RedirectListener(std::string path, Descriptor socket, std::chrono::milliseconds deadline);
+  RedirectListener(std::string path, Descriptor socket, RedirectPeer peer);
   bool watch(int descriptor);
   void accept();
   bool read(Connection& connection, const Receiver& receive);
@@ -77,7 +83,7 @@ class RedirectListener {
   void armTimer();
 
   const std::string path_;
-  const std::chrono::milliseconds deadline_;
+  const RedirectPeer peer_;
   Descriptor socket_;
   Descriptor timer_;
   Descriptor events_;
@@ -87,9 +93,6 @@ class RedirectListener {
 // The sending side: hands the URL to the sign-in that waits for the state. Blocks no longer than
 // the deadline.
 RedirectAnswer sendRedirect(const std::string& folder, std::string_view state, std::string_view url,
-                            std::chrono::milliseconds deadline = kRedirectDeadline);
-
-// True when the process at the other end of a connected Unix socket runs as `user`.
-bool peerIs(int socket, uid_t user);
+                            RedirectPeer peer = {});
 
 }  // namespace host

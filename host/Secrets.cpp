@@ -7,7 +7,7 @@
 namespace host {
 namespace {
 
-constexpr std::size_t kShortestSecret = 4;
+constexpr std::size_t kShortestSecret = 8;
 
 struct Secrets {
   std::mutex mutex;

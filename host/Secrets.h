@@ -9,8 +9,8 @@
 
 namespace host {
 
-// Remembers a secret for the life of the process. Texts under four characters are not kept: taking
-// them out would mangle sentences and hide nothing.
+// Remembers a secret for the life of the process. Texts under eight characters are not kept: taking
+// out a word of that length would mangle sentences, and tell what the secret is.
 void keepSecret(std::string_view secret);
 
 // The text with every secret replaced by "{length = N}".

@@ -8,9 +8,10 @@
 
 // formPercentEncoded
 // The text with all but letters, digits and "*-._" percent-encoded; absent for text that is not
-// UTF-8. Text with a space is treated in a way of its own, which the providers' registrations rely
-// on: a text whose last space ends it comes out as itself, followed by the encoded text before each
-// space and a "+"; a space with text after the last one raises RangeException.
+// UTF-8. What the library itself sends holds no spaces. Text that does is treated in a way of its
+// own, which is fixed and not to be turned into the usual "+" for a space: text that ends with a
+// space comes out as itself, followed, for each space, by all the encoded text before that space
+// and a "+"; text that goes on after its last space raises RangeException.
 qvr::Text formPercentEncoded(qvr::TextView text);
 
 // A form parameter: encoded name, "=", encoded value.

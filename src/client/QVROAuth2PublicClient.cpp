@@ -18,7 +18,7 @@ constexpr std::string_view kQueryCharacters =
 std::string joined(const std::vector<std::string>& pairs) {
   std::string text;
   for (const std::string& pair : pairs) {
-    if (!text.empty()) text += '&';
+    if (&pair != &pairs.front()) text += '&';
     text += pair;
   }
   return text;

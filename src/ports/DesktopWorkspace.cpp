@@ -13,9 +13,6 @@ namespace qvr {
 
 namespace {
 
-// A handler that has not failed by then has taken the address.
-constexpr std::chrono::milliseconds kPatience{200};
-
 constexpr std::string_view kHandler = "xdg-open";
 constexpr std::string_view kDefaultPath = "/usr/local/bin:/usr/bin:/bin";
 
@@ -97,7 +94,7 @@ bool DesktopWorkspace::run(std::string_view name, std::vector<std::string> argum
   const std::string program = pathOfProgram(name);
   if (program.empty()) return false;
   arguments.insert(arguments.begin(), std::string(name));
-  return runDetached({program, std::move(arguments), environment_}, kPatience);
+  return runDetached({program, std::move(arguments), environment_}, patience_);
 }
 
 // A command of $BROWSER: words without a shell's quoting, the address in place of "%s" or, without

@@ -122,7 +122,7 @@ std::shared_ptr<const ItemSealer> KeychainKey::open(const PrivateDirectory& stor
   }
   if (!header) return nullptr;
   MutexLock hold(mutex_);
-  if (*header != header_) {
+  if (!sealer_ || *header != header_) {
     sealer_ = sealerFor(*header);
     header_ = std::move(*header);
   }
