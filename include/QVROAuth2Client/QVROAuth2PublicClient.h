@@ -70,8 +70,8 @@ class QVR_EXPORT QVROAuth2PublicClient : public qvr::Object {
   // Opens the authorization URL, with a fresh state and PKCE pair, in the default browser, and
   // calls the handler once, when handleGetURLEvent() receives the redirect with that state or the
   // attempt is cancelled. There is no time-out: an attempt whose redirect never comes waits until
-  // cancelled. A second start on the same client does not cancel the first. The attempt keeps the
-  // client alive.
+  // cancelled. A second start on the same client does not cancel the first, but replaces the
+  // verifier that the first one's code needs. The attempt keeps the client alive.
   //
   // The handler runs on the thread that delivers the outcome, with no lock held: that of
   // handleGetURLEvent() or of the cancellation; or before the start returns, when the random source
@@ -97,8 +97,9 @@ class QVR_EXPORT QVROAuth2PublicClient : public qvr::Object {
   // They do not keep the client alive. Handlers run on the session's callback queue. Errors:
   // transport errors unchanged (NSURLErrorDomain), an unreadable body (NSCocoaErrorDomain 3840), a
   // protocol error of a 200 or 4xx answer (QVROAuth2ErrorDomain), any other status
-  // (QVROAuth2HTTPErrorDomain; its userInfo has the reason text, and for exchange and refresh the
-  // body). Each raises InternalInconsistencyException when the endpoint yields no URL, and
+  // (QVROAuth2HTTPErrorDomain; its userInfo has, for exchange and refresh, the reason text and the
+  // body; for revocation, the body as its description, or the reason text when the body is not
+  // UTF-8). Each raises InternalInconsistencyException when the endpoint yields no URL, and
   // RangeException for a value with a space and more text after it: check values that come from
   // elsewhere for spaces before.
 

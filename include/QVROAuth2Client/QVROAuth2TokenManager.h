@@ -62,11 +62,11 @@ class QVR_EXPORT QVROAuth2TokenManager final : public qvr::Object {
   // requestAccessTokenForProvider:username:completionHandler:
   // Answers with the stored token, or, when it is due, with a refreshed one that has been stored.
   // The handlers of one user name are answered together, oldest first. Errors: those of the
-  // keychain read
-  // (-25300 when nothing is stored) and of the archive, of the refresh (see
+  // keychain read (-25300 when nothing is stored) and of the archive, of the refresh (see
   // QVROAuth2PublicClient.h; QVROAuth2ErrorDomain 0 for an answer without "access_token" or
-  // "token_type"), and of the store; a token that could not be stored is not delivered. An unknown
-  // provider raises on the delegate queue, when the token is due.
+  // "token_type"), and of the store; a token that could not be stored is not delivered. When the
+  // token is due, an unknown provider raises on the delegate queue, and so does a stored refresh
+  // token with a space and more text after it; there that ends the process.
   void requestAccessTokenForProvider(qvr::TextView provider, qvr::TextView username,
                                      QVROAuth2TokenCompletionHandler completionHandler);
 
@@ -83,9 +83,9 @@ class QVR_EXPORT QVROAuth2TokenManager final : public qvr::Object {
                                        QVROAuth2TokenCompletionHandler completionHandler);
 
   // setTokenToKeychain:forProvider:username:completionHandler:
-  // Stores a token, replacing what was there. The handler runs on the keychain's delegate queue,
-  // or, when the token cannot be archived (NSCocoaErrorDomain 4866; nothing is written), at once on
-  // the calling thread.
+  // Stores a token, replacing what was there; an absent one raises InvalidArgumentException. The
+  // handler runs on the keychain's delegate queue, or, when the token cannot be archived
+  // (NSCocoaErrorDomain 4866; nothing is written), at once on the calling thread.
   void setTokenToKeychain(const qvr::Ref<QVROAuth2Token>& token, qvr::TextView provider,
                           qvr::TextView username,
                           QVROAuth2StoreCompletionHandler completionHandler);

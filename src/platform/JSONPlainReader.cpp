@@ -56,6 +56,7 @@ Value valueOf(const dom::element& element) {
 
 // The parser is made anew each time: a kept one would keep the tokens of the last body.
 std::optional<Value> readPlainJSON(std::span<const std::uint8_t> data) {
+  if (data.empty()) return std::nullopt;  // the parser copies from its null pointer
   dom::parser parser;
   // Its depth leaves out an innermost container that is empty, so the limit may not be passed by
   // one more; the lenient reader takes what is refused for that.

@@ -15,7 +15,8 @@ namespace qvr {
 
 // Archives a root object of the named class, which `encode` writes. Nothing, with
 // NSCocoaErrorDomain 4866 (without userInfo) in *error, when an entry cannot be written: text that
-// is not UTF-8, a date or number that is not finite.
+// is not UTF-8, a date or number that is not finite; nor when the archive would be longer than the
+// 1 MiB that is read back.
 std::optional<Data> archiveRootObject(std::string_view className,
                                       const std::function<void(Coder&)>& encode, ErrorPtr* error);
 

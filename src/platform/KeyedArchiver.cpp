@@ -53,7 +53,7 @@ class ObjectTable {
   ListObject array() const { return writer_->array(objects_); }
 
  private:
-  // Each adds an object to the table and answers its UID.
+  // Each adds an object to the table and answers its UID; the null value is there already.
   std::uint32_t add(std::monostate) { return 0; }
   std::uint32_t add(const std::string& text) { return append(writer_->string(text)); }
   std::uint32_t add(std::int64_t number) { return append(writer_->integer(number)); }

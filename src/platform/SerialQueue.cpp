@@ -14,26 +14,34 @@ inline namespace v1 {
 namespace {
 
 // Shared by the queue and its thread, which may outlive the queue while functions are waiting.
-class Backlog {
+class Backlog : public std::enable_shared_from_this<Backlog> {
  public:
-  // True when the thread has to be started for it.
-  bool push(std::function<void()> function) {
+  // The thread comes first: when none can be started, the function is not taken either.
+  void push(std::function<void()> function) {
     MutexLock lock(mutex_);
+    if (!isStarted_) std::thread(&Backlog::drain, shared_from_this()).detach();
+    isStarted_ = true;
     functions_.push_back(std::move(function));
     changed_.notify_one();
-    return !std::exchange(started_, true);
   }
 
   void close() {
     MutexLock lock(mutex_);
-    closed_ = true;
+    isClosed_ = true;
     changed_.notify_one();
+  }
+
+ private:
+  // An exception that leaves a function ends the process here, as the contract says.
+  void drain() noexcept {
+    while (std::function<void()> function = pop())
+      function();
   }
 
   // The next function, waiting for it; empty when the queue is gone and everything has run.
   std::function<void()> pop() {
     MutexLock lock(mutex_);
-    while (functions_.empty() && !closed_)
+    while (functions_.empty() && !isClosed_)
       changed_.wait(mutex_);
     if (functions_.empty()) return nullptr;
     std::function<void()> function = std::move(functions_.front());
@@ -41,28 +49,19 @@ class Backlog {
     return function;
   }
 
- private:
   Mutex mutex_;
   std::condition_variable_any changed_;
   std::deque<std::function<void()>> functions_ QVR_GUARDED_BY(mutex_);
-  bool started_ QVR_GUARDED_BY(mutex_) = false;
-  bool closed_ QVR_GUARDED_BY(mutex_) = false;
+  bool isStarted_ QVR_GUARDED_BY(mutex_) = false;
+  bool isClosed_ QVR_GUARDED_BY(mutex_) = false;
 };
-
-// An exception that leaves a function ends the process here, as the contract says.
-void drain(const std::shared_ptr<Backlog>& backlog) noexcept {
-  while (std::function<void()> function = backlog->pop())
-    function();
-}
 
 class SerialQueue final : public Executor {
  public:
   explicit SerialQueue(std::string label)
       : label_(std::move(label)), backlog_(std::make_shared<Backlog>()) {}
 
-  void async(std::function<void()> function) override {
-    if (backlog_->push(std::move(function))) std::thread(drain, backlog_).detach();
-  }
+  void async(std::function<void()> function) override { backlog_->push(std::move(function)); }
 
   std::string label() const override { return label_; }
 

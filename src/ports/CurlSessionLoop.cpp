@@ -7,15 +7,21 @@
 #include <algorithm>
 #include <chrono>
 #include <climits>
+#include <iterator>
 #include <system_error>
 #include <utility>
+
+#include "src/platform/URLErrors.h"
 
 namespace qvr {
 namespace {
 
 using TimePoint = CurlSessionTransfer::Clock::time_point;
 
-constexpr long kMaximumConnectionsPerHost = 6;
+constexpr std::ptrdiff_t kMaximumConnectionsPerHost = 6;
+
+// Kept open in all, whatever the number of requests; a burst to one host keeps its connections.
+constexpr long kMaximumIdleConnections = 24;
 
 // The bundle that libcurl was built for, or that of another distribution. Empty leaves the choice
 // to libcurl.
@@ -29,6 +35,10 @@ std::string systemCertificateFile(const CurlLibrary& curl) {
       std::find_if(std::begin(candidates), std::end(candidates),
                    [](const char* path) { return ::access(path, R_OK) == 0; });
   return found == std::end(candidates) ? std::string() : *found;
+}
+
+std::string hostAndPort(const URL& url) {
+  return url.host().value_or("") + ":" + std::to_string(url.port().value_or(0));
 }
 
 // Signals are for the host's threads. A write to a connection that the peer has closed would raise
@@ -73,8 +83,10 @@ std::string CurlSessionLoop::startThread() {
   if (multi_ == nullptr || curl_.multiWakeup(multi_) != CURLM_OK) {
     return "libcurl cannot make a session";
   }
-  curl_.multiSetopt(multi_, CURLMOPT_PIPELINING, long{CURLPIPE_MULTIPLEX});
-  curl_.multiSetopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS, kMaximumConnectionsPerHost);
+  // One request at a time on a connection, HTTP/2 too: of two streams on one connection, libcurl
+  // 7.88 leaves one waiting when both answers come at once.
+  curl_.multiSetopt(multi_, CURLMOPT_PIPELINING, long{CURLPIPE_NOTHING});
+  curl_.multiSetopt(multi_, CURLMOPT_MAXCONNECTS, kMaximumIdleConnections);
   try {
     thread_ = std::thread(&CurlSessionLoop::run, this);
   } catch (const std::system_error& error) {
@@ -84,9 +96,11 @@ std::string CurlSessionLoop::startThread() {
 }
 
 void CurlSessionLoop::add(Ref<CurlSessionTask> task) {
+  std::string host = hostAndPort(task->request().url);
+  const TimePoint deadline = CurlSessionTransfer::deadlineAfter(options_.requestTimeoutSeconds);
   {
     MutexLock lock(mutex_);
-    arrivals_.push_back(std::move(task));
+    arrivals_.push_back({std::move(task), std::move(host), deadline});
   }
   wake();
 }
@@ -97,34 +111,19 @@ void CurlSessionLoop::wake() {
 
 void CurlSessionLoop::run() {
   blockSignals();
-  std::vector<Ref<CurlSessionTask>> arrivals;
-  while (takeArrivals(arrivals)) {
-    for (Ref<CurlSessionTask>& task : arrivals)
-      launch(std::move(task));
-    if (!perform() || !wait()) endAll(CURLE_FAILED_INIT);
+  while (takeArrivals()) {
+    const bool isWell = perform();
+    launchWaiting();
+    if (!isWell || !wait()) endAll(CURLE_FAILED_INIT);
   }
 }
 
 // False when the thread is to end.
-bool CurlSessionLoop::takeArrivals(std::vector<Ref<CurlSessionTask>>& arrivals) {
-  arrivals.clear();
+bool CurlSessionLoop::takeArrivals() {
   MutexLock lock(mutex_);
-  arrivals.swap(arrivals_);
+  std::move(arrivals_.begin(), arrivals_.end(), std::back_inserter(waiting_));
+  arrivals_.clear();
   return !isStopping_;
-}
-
-void CurlSessionLoop::launch(Ref<CurlSessionTask> task) {
-  auto transfer = std::make_unique<CurlSessionTransfer>(curl_, task->request(), options_);
-  CURL* const handle = transfer->handle();
-  const bool isAdded = handle != nullptr && curl_.multiAddHandle(multi_, handle) == CURLM_OK;
-  if (isAdded) {
-    flights_.emplace(handle, Flight{std::move(task), std::move(transfer)});
-    return;
-  }
-  const CURLcode result = handle == nullptr ? transfer->setupResult() : CURLE_FAILED_INIT;
-  CurlSessionOutcome outcome = transfer->outcome(result);
-  transfer.reset();  // it refers to the task's request
-  CurlSessionTask::finish(std::move(task), std::move(outcome), callbackQueue_);
 }
 
 bool CurlSessionLoop::perform() {
@@ -154,6 +153,45 @@ void CurlSessionLoop::endCancelledAndOverdue() {
   }
 }
 
+// libcurl has a limit of its own, but forgets requests that wait for it: version 7.88 wakes one for
+// each that ends, and one that finds no connection yet takes the turn of another.
+void CurlSessionLoop::launchWaiting() {
+  const TimePoint now = CurlSessionTransfer::Clock::now();
+  std::vector<Waiting> stillWaiting;
+  for (Waiting& waiting : waiting_) {
+    if (waiting.task->isCanceling() || waiting.deadline <= now) {
+      CurlSessionOutcome overdue;
+      overdue.error = makeURLError(NSURLErrorTimedOut, waiting.task->request().url);
+      CurlSessionTask::finish(std::move(waiting.task), std::move(overdue), callbackQueue_);
+    } else if (isBusy(waiting.host)) {
+      stillWaiting.push_back(std::move(waiting));
+    } else {
+      launch(std::move(waiting));
+    }
+  }
+  waiting_ = std::move(stillWaiting);
+}
+
+bool CurlSessionLoop::isBusy(const std::string& host) const {
+  const auto isSame = [&](const Flights::value_type& entry) { return entry.second.host == host; };
+  return std::count_if(flights_.begin(), flights_.end(), isSame) >= kMaximumConnectionsPerHost;
+}
+
+void CurlSessionLoop::launch(Waiting waiting) {
+  auto transfer = std::make_unique<CurlSessionTransfer>(curl_, waiting.task->request(), options_,
+                                                        waiting.deadline);
+  CURL* const handle = transfer->handle();
+  if (handle != nullptr && curl_.multiAddHandle(multi_, handle) == CURLM_OK) {
+    flights_.emplace(handle,
+                     Flight{std::move(waiting.task), std::move(waiting.host), std::move(transfer)});
+    return;
+  }
+  const CURLcode result = handle == nullptr ? transfer->setupResult() : CURLE_FAILED_INIT;
+  CurlSessionOutcome outcome = transfer->outcome(result);
+  transfer.reset();  // it refers to the task's request
+  CurlSessionTask::finish(std::move(waiting.task), std::move(outcome), callbackQueue_);
+}
+
 void CurlSessionLoop::endAll(CURLcode result) {
   for (auto flight = flights_.begin(); flight != flights_.end();)
     flight = end(flight, result);
@@ -175,7 +213,9 @@ bool CurlSessionLoop::wait() {
   TimePoint next = TimePoint::max();
   for (const auto& [handle, flight] : flights_)
     next = std::min(next, flight.transfer->deadline());
-  const int timeout = flights_.empty() ? INT_MAX : millisecondsUntil(next);
+  for (const Waiting& waiting : waiting_)
+    next = std::min(next, waiting.deadline);
+  const int timeout = next == TimePoint::max() ? INT_MAX : millisecondsUntil(next);
   return curl_.multiPoll(multi_, nullptr, 0, timeout, nullptr) == CURLM_OK;
 }
 

@@ -36,18 +36,29 @@ class CurlSessionLoop {
   void wake();
 
  private:
+  using TimePoint = CurlSessionTransfer::Clock::time_point;
+
+  // A task that waits for its turn: a host gets so many connections and no more.
+  struct Waiting {
+    Ref<CurlSessionTask> task;
+    std::string host;
+    TimePoint deadline;  // of the whole request
+  };
   struct Flight {
     Ref<CurlSessionTask> task;
+    std::string host;
     std::unique_ptr<CurlSessionTransfer> transfer;
   };
   using Flights = std::map<CURL*, Flight>;
 
   void run();
-  bool takeArrivals(std::vector<Ref<CurlSessionTask>>& arrivals);
-  void launch(Ref<CurlSessionTask> task);
+  bool takeArrivals();
   bool perform();
   void endFinished();
   void endCancelledAndOverdue();
+  void launchWaiting();
+  bool isBusy(const std::string& host) const;
+  void launch(Waiting waiting);
   void endAll(CURLcode result);
   Flights::iterator end(Flights::iterator flight, CURLcode result);
   bool wait();
@@ -56,10 +67,11 @@ class CurlSessionLoop {
   URLSessionOptions options_;
   Executor& callbackQueue_;
   CURLM* const multi_;
-  Flights flights_;  // the thread's own
+  Flights flights_;               // the thread's own
+  std::vector<Waiting> waiting_;  // the thread's own, oldest first
 
   Mutex mutex_;
-  std::vector<Ref<CurlSessionTask>> arrivals_ QVR_GUARDED_BY(mutex_);
+  std::vector<Waiting> arrivals_ QVR_GUARDED_BY(mutex_);
   bool isStopping_ QVR_GUARDED_BY(mutex_) = false;
   std::thread thread_;
 };

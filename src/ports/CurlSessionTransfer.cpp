@@ -1,6 +1,5 @@
 #include "src/ports/CurlSessionTransfer.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "src/platform/URLErrors.h"
@@ -14,12 +13,6 @@ namespace {
 constexpr std::size_t kMaximumBodySize = 1 << 20;
 constexpr std::size_t kMaximumHeaderSize = 1 << 20;
 
-CurlSessionTransfer::Clock::duration durationOf(double seconds) {
-  constexpr double kForever = 1e8;  // some years; keeps the sum with a time within range
-  return std::chrono::duration_cast<CurlSessionTransfer::Clock::duration>(
-      std::chrono::duration<double>(std::clamp(seconds, 0.0, kForever)));
-}
-
 // Without optional white space around it (RFC 9110 section 5.5) and without the line's end.
 std::string trimmed(std::string_view text) {
   constexpr std::string_view kSpace = " \t\r\n";
@@ -31,8 +24,14 @@ std::string trimmed(std::string_view text) {
 }  // namespace
 
 CurlSessionTransfer::CurlSessionTransfer(const CurlLibrary& curl, const URLRequest& request,
-                                         const URLSessionOptions& options)
-    : curl_(curl), request_(request), options_(options), handle_(curl.easyInit()) {
+                                         const URLSessionOptions& options,
+                                         Clock::time_point deadline)
+    : curl_(curl),
+      request_(request),
+      options_(options),
+      handle_(curl.easyInit()),
+      wholeDeadline_(deadline) {
+  postponeIdleDeadline();
   if (handle_ == nullptr) {
     setupResult_ = CURLE_FAILED_INIT;
   } else {
@@ -122,10 +121,14 @@ void CurlSessionTransfer::setCallbacks() {
   set(CURLOPT_NOPROGRESS, 0L);
 }
 
-CurlSessionTransfer::Clock::time_point CurlSessionTransfer::deadline() const {
-  const Clock::time_point whole = start_ + durationOf(options_.requestTimeoutSeconds);
-  if (!lastProgress_) return whole;
-  return std::min(whole, *lastProgress_ + durationOf(options_.idleTimeoutSeconds));
+CurlSessionTransfer::Clock::time_point CurlSessionTransfer::deadlineAfter(double seconds) {
+  constexpr double kForever = 1e8;  // some years; keeps the sum within range
+  const std::chrono::duration<double> left(std::clamp(seconds, 0.0, kForever));
+  return Clock::now() + std::chrono::duration_cast<Clock::duration>(left);
+}
+
+void CurlSessionTransfer::postponeIdleDeadline() {
+  idleDeadline_ = deadlineAfter(options_.idleTimeoutSeconds);
 }
 
 std::size_t CurlSessionTransfer::onHeader(const char* bytes, std::size_t size, std::size_t count,
@@ -149,7 +152,7 @@ int CurlSessionTransfer::onProgress(void* self, curl_off_t /*toReceive*/, curl_o
 // A status line begins a response anew, so that only the final one's headers are kept; lines after
 // the body are trailers, which are not headers.
 bool CurlSessionTransfer::takeHeader(std::string_view line) {
-  lastProgress_ = Clock::now();
+  postponeIdleDeadline();
   headerBytes_ += line.size();
   isTooLarge_ = headerBytes_ > kMaximumHeaderSize;
   if (isTooLarge_) return false;
@@ -173,9 +176,9 @@ bool CurlSessionTransfer::takeBody(std::string_view bytes) {
 void CurlSessionTransfer::noteProgress(curl_off_t received, curl_off_t sent) {
   const Progress progress{received, sent, info<curl_off_t>(CURLINFO_CONNECT_TIME_T, 0),
                           info<curl_off_t>(CURLINFO_APPCONNECT_TIME_T, 0)};
-  if (lastProgress_ && progress == progress_) return;
+  if (progress == progress_) return;
   progress_ = progress;
-  lastProgress_ = Clock::now();
+  postponeIdleDeadline();
 }
 
 CurlSessionOutcome CurlSessionTransfer::outcome(CURLcode result) {

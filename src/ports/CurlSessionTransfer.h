@@ -1,9 +1,9 @@
 // One request on its way: a libcurl easy handle, what it has received, and when it is overdue.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <chrono>
-#include <optional>
 #include <string_view>
 
 #include "QVROAuth2Client/platform/Ports.h"
@@ -17,8 +17,11 @@ class CurlSessionTransfer {
  public:
   using Clock = std::chrono::steady_clock;
 
+  static Clock::time_point deadlineAfter(double seconds);
+
+  // `deadline` is that of the whole request, which may have waited for its turn before.
   CurlSessionTransfer(const CurlLibrary& curl, const URLRequest& request,
-                      const URLSessionOptions& options);
+                      const URLSessionOptions& options, Clock::time_point deadline);
   ~CurlSessionTransfer();
   CurlSessionTransfer(const CurlSessionTransfer&) = delete;
   CurlSessionTransfer& operator=(const CurlSessionTransfer&) = delete;
@@ -28,7 +31,7 @@ class CurlSessionTransfer {
   CURLcode setupResult() const { return setupResult_; }
 
   // When the transfer is overdue. Moves on with every byte, up to the limit of the whole request.
-  Clock::time_point deadline() const;
+  Clock::time_point deadline() const { return std::min(wholeDeadline_, idleDeadline_); }
 
   // What the transfer came to, given libcurl's result. Call it once.
   CurlSessionOutcome outcome(CURLcode result);
@@ -62,6 +65,7 @@ class CurlSessionTransfer {
   bool takeHeader(std::string_view line);
   bool takeBody(std::string_view bytes);
   void noteProgress(curl_off_t received, curl_off_t sent);
+  void postponeIdleDeadline();
   std::int64_t errorCode(CURLcode result) const;
 
   const CurlLibrary& curl_;
@@ -72,8 +76,8 @@ class CurlSessionTransfer {
   curl_slist* headerList_ = nullptr;
   std::array<char, CURL_ERROR_SIZE> detail_{};
 
-  const Clock::time_point start_ = Clock::now();
-  std::optional<Clock::time_point> lastProgress_;  // absent while it waits for a connection
+  const Clock::time_point wholeDeadline_;
+  Clock::time_point idleDeadline_;
   Progress progress_;
 
   HTTPURLResponse response_;

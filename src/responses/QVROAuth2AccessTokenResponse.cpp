@@ -5,19 +5,15 @@
 
 namespace {
 
-// Takes a member out of the body. A JSON null counts as absent, and comes out as a null value.
-qvr::Value takeMember(qvr::Value::Object& body, std::string_view name) {
-  for (qvr::Value::Member& member : body) {
-    if (member.first == name) return std::move(member.second);
-  }
-  return nullptr;
+// The member of the body; null when it is not there, or is a JSON null, which counts as absent.
+const qvr::Value* member(const qvr::Value& body, std::string_view name) {
+  const qvr::Value* const found = body.find(name);
+  return found != nullptr && !found->isNull() ? found : nullptr;
 }
 
-qvr::ErrorPtr protocolError(qvr::Value::Object& body, const qvr::Value& error) {
-  const qvr::Value description = takeMember(body, "error_description");
-  const qvr::Value uri = takeMember(body, "error_uri");
-  return QVROAuth2ErrorFromParameters(&error, description.isNull() ? nullptr : &description,
-                                      uri.isNull() ? nullptr : &uri);
+qvr::Value copyOfMember(const qvr::Value& body, std::string_view name) {
+  const qvr::Value* const found = member(body, name);
+  return found != nullptr ? *found : qvr::Value();
 }
 
 }  // namespace
@@ -45,19 +41,19 @@ qvr::Ref<QVROAuth2AccessTokenResponse> QVROAuth2AccessTokenResponse::initWithAcc
 
 qvr::Ref<QVROAuth2AccessTokenResponse> QVROAuth2AccessTokenResponse::accessTokenResponseWithData(
     const qvr::Data& data, const qvr::HTTPURLResponse*, qvr::ErrorPtr* error) {
-  std::optional<qvr::Value> parsed = qvr::JSONObjectWithData(data, error);
-  if (!parsed) return nullptr;
   // A top-level array has no members.
-  auto* const object = parsed->as<qvr::Value::Object>();
-  qvr::Value::Object body = object != nullptr ? *object : qvr::Value::Object{};
+  const std::optional<qvr::Value> body = qvr::JSONObjectWithData(data, error);
+  if (!body) return nullptr;
 
   // An error response, whatever else it holds.
-  const qvr::Value errorMember = takeMember(body, "error");
-  if (!errorMember.isNull()) {
-    if (error != nullptr) *error = protocolError(body, errorMember);
+  if (const qvr::Value* const errorMember = member(*body, "error")) {
+    if (error != nullptr) {
+      *error = QVROAuth2ErrorFromParameters(errorMember, member(*body, "error_description"),
+                                            member(*body, "error_uri"));
+    }
     return nullptr;
   }
-  return initWithAccessToken(takeMember(body, "access_token"), takeMember(body, "token_type"),
-                             takeMember(body, "expires_in"), takeMember(body, "refresh_token"),
-                             takeMember(body, "scope"));
+  return initWithAccessToken(copyOfMember(*body, "access_token"), copyOfMember(*body, "token_type"),
+                             copyOfMember(*body, "expires_in"),
+                             copyOfMember(*body, "refresh_token"), copyOfMember(*body, "scope"));
 }

@@ -166,7 +166,8 @@ TEST_F(HostSeamsTest, TheHostsSeamsAreTheOnesInUse) {
   EXPECT_EQ(current.now(), qvr::Date{clock->now});
   current.log("line");
   EXPECT_THAT(*log, ElementsAre("line"));
-  EXPECT_EQ(current.makeSerialQueue("q"), queues.named("q"));
+  const qvr::Ref<qvr::Executor> queue = current.makeSerialQueue("q");
+  EXPECT_EQ(queue, queues.named("q"));
 }
 
 TEST_F(HostSeamsTest, NothingIsMadeBeforeItIsUsed) {

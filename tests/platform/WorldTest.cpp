@@ -164,7 +164,8 @@ TEST_F(WorldTest, QueuesComeFromTheHostsFactoryOrAreSerialQueues) {
       return queues.make(label);
     };
     World::current().install(settings);
-    EXPECT_EQ(World::current().makeSerialQueue("a"), queues.named("a"));
+    const Ref<Executor> queue = World::current().makeSerialQueue("a");
+    EXPECT_EQ(queue, queues.named("a"));
   }
   const ScopedWorld scoped;
   const Ref<Executor> queue = World::current().makeSerialQueue("b");

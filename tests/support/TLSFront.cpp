@@ -74,8 +74,10 @@ def pump(tls, backend):
             tls.sendall(data)
 
 def serve(connection):
-    if policy == "hang-up":
+    if policy in ("hang-up", "plain-text"):
         connection.recv(65536)
+        if policy == "plain-text":
+            connection.sendall(b"HTTP/1.1 400 Bad Request\r\n\r\n")
         return connection.close()
     tls = context.wrap_socket(connection, server_side=True, do_handshake_on_connect=False)
     try:
@@ -120,7 +122,6 @@ def serve(connection):
     stream_of_bytes = tls.makefile("rb")
     stream_of_bytes.read(24)  # the client's preface
     tls.sendall(frame(SETTINGS, 0, 0))
-    waiting = []
     while True:
         head = stream_of_bytes.read(9)
         if len(head) < 9:
@@ -132,10 +133,7 @@ def serve(connection):
         if kind == PING and not flags & ACK:
             tls.sendall(frame(PING, ACK, 0, payload))
         if kind in (DATA, HEADERS) and flags & END_STREAM:
-            waiting.append(stream)
-            if policy != "in-pairs" or stream == 1 or len(waiting) == 2:
-                tls.sendall(b"".join(answer(each, body) for each in waiting))
-                waiting.clear()
+            tls.sendall(answer(stream, body))
 
 start(serve)
 )";
@@ -162,20 +160,15 @@ const char* nameOf(TLSFront::Policy policy) {
       return "client-certificate";
     case TLSFront::Policy::kHangsUpInHandshake:
       return "hang-up";
+    case TLSFront::Policy::kAnswersInPlainText:
+      return "plain-text";
     default:
       return "usual";
   }
 }
 
 const char* nameOf(HTTP2Server::Policy policy) {
-  switch (policy) {
-    case HTTP2Server::Policy::kAnswersInPairs:
-      return "in-pairs";
-    case HTTP2Server::Policy::kResetsStreams:
-      return "reset-streams";
-    default:
-      return "usual";
-  }
+  return policy == HTTP2Server::Policy::kResetsStreams ? "reset-streams" : "usual";
 }
 
 }  // namespace

@@ -21,6 +21,7 @@ class TLSFront {
     kAtMostTLS11,
     kWantsClientCertificate,
     kHangsUpInHandshake,  // reads the client's hello and closes
+    kAnswersInPlainText,
   };
 
   TLSFront(const LoopbackServer& server, const Certificate& certificate,
@@ -39,7 +40,6 @@ class HTTP2Server {
  public:
   enum class Policy {
     kAnswers,
-    kAnswersInPairs,  // after the first request: holds an answer back until two are waiting
     kResetsStreams,
   };
 

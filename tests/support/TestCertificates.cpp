@@ -60,14 +60,15 @@ Certificate TestCertificates::issue(const std::string& name, const std::string& 
   const std::string configuration = folder_.write(
       name + ".cnf",
       "[ca]\ndefault_ca=it\n[it]\ndatabase=" + folder_.write(name + ".index", "") +
-          "\nnew_certs_dir=" + folder_.path() + "\ndefault_md=sha256\npolicy=any\n" +
+          "\nnew_certs_dir=" + folder_.path() +
+          "\nrand_serial=yes\ndefault_md=sha256\npolicy=any\n" +
           "x509_extensions=leaf\n[any]\ncommonName=supplied\n[leaf]\nsubjectAltName=" + hosts +
           "\n");
   runOpenSSL({"req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
               "-keyout", made.keyFile, "-out", request, "-subj", "/CN=" + name});
-  runOpenSSL({"ca", "-batch", "-notext", "-rand_serial", "-config", configuration, "-cert",
-              authority_.file, "-keyfile", authority_.keyFile, "-in", request, "-out", made.file,
-              "-startdate", from, "-enddate", until});
+  runOpenSSL({"ca", "-batch", "-notext", "-config", configuration, "-cert", authority_.file,
+              "-keyfile", authority_.keyFile, "-in", request, "-out", made.file, "-startdate", from,
+              "-enddate", until});
   return made;
 }
 

@@ -70,7 +70,7 @@ class QVR_EXPORT KeychainItems : public Object {
 
   // SecItemUpdate
   // Replaces the data of the item that matches; errSecItemNotFound when there is none. After a
-  // failure the item is as it was.
+  // failure the item is whole: as it was, or, when all but the last sync was done, replaced.
   virtual std::int32_t update(const KeychainQuery& query,
                               const KeychainQuery& attributesToUpdate) = 0;
 

@@ -1,0 +1,208 @@
+// What a session does when libcurl itself is missing or fails, and when a name look-up hangs.
+#include <dlfcn.h>
+#include <netdb.h>
+#include <signal.h>
+
+#include <atomic>
+#include <string>
+#include <string_view>
+
+#include "src/ports/CurlSession.h"
+#include "tests/ports/CurlSessionFixture.h"
+
+namespace support {
+namespace {
+
+// Where look-ups of "hangs.test" wait. Never destroyed: the look-up's thread may outlive its test.
+struct HangingLookup {
+  Event begun;
+  Event mayEnd;
+};
+HangingLookup& hangingLookup() {
+  static auto& lookup = *new HangingLookup;
+  return lookup;
+}
+
+}  // namespace
+}  // namespace support
+
+// Stands before the system's function, so that no test asks a name server.
+extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* name,
+                                                                  const char* service,
+                                                                  const addrinfo* hints,
+                                                                  addrinfo** result) {
+  const std::string_view host = name != nullptr ? name : "";
+  if (host == "hangs.test") {
+    support::hangingLookup().begun.happen();
+    support::hangingLookup().mayEnd.wait(60);
+    return EAI_NONAME;
+  }
+  if (host.ends_with(".test")) return EAI_NONAME;
+  static auto* const system =
+      reinterpret_cast<decltype(&::getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
+  return system(name, service, hints, result);
+}
+
+namespace support {
+namespace {
+
+class CurlSessionFaultTest : public CurlSessionTest {
+ protected:
+  void useLibrary(qvr::CurlLoader loader) { session = qvr::makeCurlSession(options, loader); }
+
+  void expectUnknownError(const Reply& reply, std::string_view partOfReason) {
+    EXPECT_EQ(codeOf(reply), qvr::NSURLErrorUnknown);
+    ASSERT_TRUE(reply.error);
+    EXPECT_EQ(reply.error->localizedDescription(), "unknown error");
+    const qvr::Value* const reason = reply.error->userInfoValue(qvr::NSDebugDescriptionErrorKey);
+    ASSERT_NE(reason, nullptr);
+    EXPECT_THAT(reason->text().value(), testing::HasSubstr(std::string(partOfReason)));
+    EXPECT_EQ(reply.calls, 1);
+  }
+};
+
+TEST_F(CurlSessionFaultTest, SaysWhichLibraryIsMissing) {
+  useLibrary([]() -> const qvr::CurlLibrary& {
+    static const auto& missing = *new qvr::CurlLibrary(qvr::CurlLibrary::open("libabsent.so.4"));
+    return missing;
+  });
+  for (int i = 0; i < 2; ++i)
+    expectUnknownError(get(server.url()), "libabsent.so.4");
+}
+
+TEST_F(CurlSessionFaultTest, SaysWhichFunctionALibraryLacks) {
+  const auto library = qvr::CurlLibrary::open("libm.so.6");
+  EXPECT_EQ(library.problem, "libm.so.6 has no function curl_easy_init");
+}
+
+TEST_F(CurlSessionFaultTest, LoadsTheLibraryOnlyForARequestThatIsSent) {
+  static bool isLoaded;
+  isLoaded = false;
+  useLibrary([]() -> const qvr::CurlLibrary& {
+    isLoaded = true;
+    return qvr::CurlLibrary::shared();
+  });
+  const ReplyWaiter waiter;
+  const auto task = session->dataTask(requestFor(server.url()), waiter.handler());
+  EXPECT_FALSE(isLoaded);
+  task->cancel();
+  task->resume();
+  waiter.wait();
+  get("m.x://auth");
+  EXPECT_FALSE(isLoaded);
+  get(server.url());
+  EXPECT_TRUE(isLoaded);
+}
+
+// The real library with one function that fails.
+template <class Break>
+qvr::CurlLibrary brokenLibrary(Break breakIt) {
+  qvr::CurlLibrary library = qvr::CurlLibrary::shared();
+  breakIt(library);
+  return library;
+}
+
+TEST_F(CurlSessionFaultTest, FailsTheRequestWhenNoSessionCanBeMade) {
+  useLibrary([]() -> const qvr::CurlLibrary& {
+    static const qvr::CurlLibrary broken = brokenLibrary(
+        [](auto& library) { library.multiInit = []() -> CURLM* { return nullptr; }; });
+    return broken;
+  });
+  expectUnknownError(get(server.url()), "cannot make a session");
+}
+
+TEST_F(CurlSessionFaultTest, FailsTheRequestWhenTheSessionCannotBeWoken) {
+  useLibrary([]() -> const qvr::CurlLibrary& {
+    static const qvr::CurlLibrary broken = brokenLibrary(
+        [](auto& library) { library.multiWakeup = [](CURLM*) { return CURLM_WAKEUP_FAILURE; }; });
+    return broken;
+  });
+  expectUnknownError(get(server.url()), "cannot make a session");
+}
+
+TEST_F(CurlSessionFaultTest, FailsTheRequestWhenNoHandleCanBeMade) {
+  useLibrary([]() -> const qvr::CurlLibrary& {
+    static const qvr::CurlLibrary broken =
+        brokenLibrary([](auto& library) { library.easyInit = []() -> CURL* { return nullptr; }; });
+    return broken;
+  });
+  expectUnknownError(get(server.url()), "");
+}
+
+TEST_F(CurlSessionFaultTest, FailsTheRequestWhenAHeaderCannotBeAdded) {
+  useLibrary([]() -> const qvr::CurlLibrary& {
+    static const qvr::CurlLibrary broken = brokenLibrary([](auto& library) {
+      library.slistAppend = [](curl_slist*, const char*) -> curl_slist* { return nullptr; };
+    });
+    return broken;
+  });
+  expectUnknownError(get(server.url()), "memory");
+}
+
+TEST_F(CurlSessionFaultTest, FailsTheRequestWhenItCannotBeAdded) {
+  useLibrary([]() -> const qvr::CurlLibrary& {
+    static const qvr::CurlLibrary broken = brokenLibrary([](auto& library) {
+      library.multiAddHandle = [](CURLM*, CURL*) { return CURLM_OUT_OF_MEMORY; };
+    });
+    return broken;
+  });
+  expectUnknownError(get(server.url()), "");
+}
+
+TEST_F(CurlSessionFaultTest, FailsWhatIsInFlightWhenTheTransfersCannotGoOn) {
+  static std::atomic<bool> mayFail;
+  mayFail = true;
+  useLibrary([]() -> const qvr::CurlLibrary& {
+    static const qvr::CurlLibrary broken = brokenLibrary([](auto& library) {
+      library.multiPerform = [](CURLM* multi, int* running) {
+        const CURLMcode code = qvr::CurlLibrary::shared().multiPerform(multi, running);
+        return *running > 0 && mayFail.exchange(false) ? CURLM_INTERNAL_ERROR : code;
+      };
+    });
+    return broken;
+  });
+  expectUnknownError(get(server.url()), "");
+  EXPECT_EQ(get(server.url()).body(), "{}") << "the session did not recover";
+}
+
+TEST_F(CurlSessionFaultTest, TellsAHostThatCannotBeFound) {
+  const std::string url = "https://absent.test/token";
+  EXPECT_THAT(get(url).error,
+              IsErrorWithUserInfo(
+                  qvr::NSURLErrorDomain, qvr::NSURLErrorCannotFindHost,
+                  failureOf(url, "A server with the specified hostname could not be found.")));
+}
+
+TEST_F(CurlSessionFaultTest, NameLookUpThatHangsHoldsUpNeitherCancelNorDeadlinesNorOthers) {
+  options.idleTimeoutSeconds = 0.3;
+  session = qvr::makeURLSession(options);
+  const ReplyWaiter cancelled;
+  const auto task = session->dataTask(requestFor("http://hangs.test/"), cancelled.handler());
+  const ReplyWaiter overdue;
+  const double seconds = secondsOf([&] {
+    task->resume();
+    ASSERT_TRUE(hangingLookup().begun.wait());
+    task->cancel();
+    EXPECT_EQ(codeOf(cancelled.wait()), qvr::NSURLErrorCancelled);
+    EXPECT_EQ(codeOf(get("http://hangs.test/")), qvr::NSURLErrorTimedOut);
+    EXPECT_EQ(get(server.url()).body(), "{}");
+    session = nullptr;
+  });
+  EXPECT_LT(seconds, 10) << "something waited for the look-up";
+  hangingLookup().mayEnd.happen();
+}
+
+TEST_F(CurlSessionFaultTest, TakesNoSignalsOfTheProcess) {
+  // A write to a closed connection raises SIGPIPE, which ends a process that does not ignore it.
+  ::signal(SIGPIPE, SIG_DFL);
+  for (int i = 0; i < 20; ++i) {
+    server.enqueue([](LoopbackConnection&, const CapturedRequest&) { return Afterwards::kReset; });
+    qvr::URLRequest request = requestFor(server.url());
+    request.HTTPMethod = "POST";
+    request.HTTPBody.resize(1 << 18);
+    EXPECT_EQ(codeOf(send(std::move(request))), qvr::NSURLErrorNetworkConnectionLost);
+  }
+}
+
+}  // namespace
+}  // namespace support
