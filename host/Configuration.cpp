@@ -93,7 +93,7 @@ const Key* findKey(std::string_view section, std::string_view name) {
 // value: it may be a secret in the wrong place.
 class Reader {
  public:
-  Reader(Configuration& configuration) : configuration_(configuration) {}
+  explicit Reader(Configuration& configuration) : configuration_(configuration) {}
 
   std::optional<Failure> read(const toml::table& file) {
     for (const auto& [key, node] : file) {

@@ -31,8 +31,9 @@ constexpr Hint kKeychainHints[] = {
      "The keychain was not unlocked: run the command again and unlock it."},
     {qvr::errSecNotAvailable, "The keychain does not answer: try again later."},
     {qvr::errSecAuthFailed,
-     "The keychain's key or passphrase is not the right one, or other users can read the key file "
-     "(then run `chmod 600` on it): check the [keychain] section of the configuration."},
+     "The keychain's key or passphrase is not the right one, or its key file or one of its folders "
+     "is open to other users (then run `chmod 600` on the file and `chmod 700` on the folders): "
+     "check the [keychain] section of the configuration."},
     {qvr::errSecInvalidKeychain,
      "The keychain's folder is damaged: restore it, or choose another one under [keychain] in the "
      "configuration and sign in again."},

@@ -40,7 +40,7 @@ int openURL(const std::string& url) {
   if (url.size() > kMaximumRedirectSize)
     return report({kFailed, "The address is longer than 1 MiB, which no redirect is."});
   const auto parsed = qvr::URL::URLWithString(url);
-  if (url.empty() || !parsed)
+  if (!parsed || !parsed->scheme())
     return report({kFailed, "That is not a URL: open-url takes the address of a redirect."});
   const auto state = stateInURL(*parsed);
   if (!state)

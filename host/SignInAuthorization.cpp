@@ -166,7 +166,7 @@ Attempt::Taken Attempt::take(const std::string& redirect) {
   const std::string paste = " Paste the whole address that begins with " + redirectStart() + ".";
   if (*outcome_) return refused("This sign-in has its answer already.");
   const std::optional<qvr::URL> url = qvr::URL::URLWithString(redirect);
-  if (!url) return refused("That is no address." + paste);
+  if (!url || !url->scheme()) return refused("That is no address." + paste);
   const std::optional<std::string> state = stateInURL(*url);
   if (!state) return refused("That address does not say which sign-in it belongs to." + paste);
   if (state != state_)
@@ -181,7 +181,7 @@ Failure Attempt::timedOut() const {
   char seconds[32];
   std::snprintf(seconds, sizeof seconds, "%.0f", options_.timeoutSeconds);
   return {kFailed, "Nobody finished the sign-in within " + std::string(seconds) +
-                       " seconds: run the command again (--timeout gives more time), open the "
+                       " s: run the command again (--timeout gives more time), open the "
                        "address it prints, and if nothing happens after the consent page, paste "
                        "the address at which the browser ends."};
 }

@@ -66,7 +66,7 @@ std::optional<Failure> signOutAtGoogle(const Account& account, const QVROAuth2To
 
 void sayMicrosoftHasNoRevocation() {
   say("Microsoft offers no way to revoke a token: to end this app's access, remove it at "
-      "https://account.microsoft.com/privacy/app-access (personal accounts) or "
+      "https://account.microsoft.com under Privacy (personal accounts) or at "
       "https://myapps.microsoft.com (work and school accounts).");
 }
 

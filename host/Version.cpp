@@ -5,7 +5,8 @@
 namespace host {
 
 int version() {
-  return writeOut("qvr-oauth2 " QVROAUTH2CLIENT_VERSION "\n") ? kDone : kFailed;
+  const bool written = writeOut("qvr-oauth2 " QVROAUTH2CLIENT_VERSION "\n");
+  return written ? kDone : report(cannotWriteOutput());
 }
 
 }  // namespace host

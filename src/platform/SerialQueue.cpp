@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <thread>
 
 #include "QVROAuth2Client/platform/Executor.h"
@@ -34,16 +35,16 @@ class Backlog : public std::enable_shared_from_this<Backlog> {
  private:
   // An exception that leaves a function ends the process here, as the contract says.
   void drain() noexcept {
-    while (std::function<void()> function = pop())
-      function();
+    while (const std::optional<std::function<void()>> function = pop())
+      (*function)();
   }
 
-  // The next function, waiting for it; empty when the queue is gone and everything has run.
-  std::function<void()> pop() {
+  // The next function, waiting for it; nothing when the queue is gone and everything has run.
+  std::optional<std::function<void()>> pop() {
     MutexLock lock(mutex_);
     while (functions_.empty() && !isClosed_)
       changed_.wait(mutex_);
-    if (functions_.empty()) return nullptr;
+    if (functions_.empty()) return std::nullopt;
     std::function<void()> function = std::move(functions_.front());
     functions_.pop_front();
     return function;

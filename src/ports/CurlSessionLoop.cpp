@@ -83,9 +83,7 @@ std::string CurlSessionLoop::startThread() {
   if (multi_ == nullptr || curl_.multiWakeup(multi_) != CURLM_OK) {
     return "libcurl cannot make a session";
   }
-  // One request at a time on a connection, HTTP/2 too: of two streams on one connection, libcurl
-  // 7.88 leaves one waiting when both answers come at once.
-  curl_.multiSetopt(multi_, CURLMOPT_PIPELINING, long{CURLPIPE_NOTHING});
+  curl_.multiSetopt(multi_, CURLMOPT_PIPELINING, long{CURLPIPE_MULTIPLEX});
   curl_.multiSetopt(multi_, CURLMOPT_MAXCONNECTS, kMaximumIdleConnections);
   try {
     thread_ = std::thread(&CurlSessionLoop::run, this);
@@ -113,8 +111,12 @@ void CurlSessionLoop::run() {
   blockSignals();
   while (takeArrivals()) {
     const bool isWell = perform();
+    const bool hasProgressed = endFinished();
+    endCancelledAndOverdue();
     launchWaiting();
-    if (!isWell || !wait()) endAll(CURLE_FAILED_INIT);
+    // libcurl 7.88 may forget, when several transfers move in one pass, that one of them has more
+    // to read: only a pass in which nothing moved is a reason to sleep.
+    if (!isWell || (!hasProgressed && !wait())) endAll(CURLE_FAILED_INIT);
   }
 }
 
@@ -128,20 +130,23 @@ bool CurlSessionLoop::takeArrivals() {
 
 bool CurlSessionLoop::perform() {
   int running = 0;
-  if (curl_.multiPerform(multi_, &running) != CURLM_OK) return false;
-  endFinished();
-  endCancelledAndOverdue();
-  return true;
+  return curl_.multiPerform(multi_, &running) == CURLM_OK;
 }
 
-void CurlSessionLoop::endFinished() {
+// True when a transfer ended or received or sent something.
+bool CurlSessionLoop::endFinished() {
+  bool hasProgressed = false;
+  for (auto& [handle, flight] : flights_)
+    hasProgressed |= flight.transfer->takeProgress();
   int left = 0;
   while (const CURLMsg* const message = curl_.multiInfoRead(multi_, &left)) {
     // Ending the flight frees the message.
     const CURLcode result = message->data.result;
     const auto flight = flights_.find(message->easy_handle);
     if (flight != flights_.end()) end(flight, result);
+    hasProgressed = true;
   }
+  return hasProgressed;
 }
 
 void CurlSessionLoop::endCancelledAndOverdue() {

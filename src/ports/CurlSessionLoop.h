@@ -54,7 +54,7 @@ class CurlSessionLoop {
   void run();
   bool takeArrivals();
   bool perform();
-  void endFinished();
+  bool endFinished();
   void endCancelledAndOverdue();
   void launchWaiting();
   bool isBusy(const std::string& host) const;

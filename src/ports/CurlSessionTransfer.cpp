@@ -30,8 +30,8 @@ CurlSessionTransfer::CurlSessionTransfer(const CurlLibrary& curl, const URLReque
       request_(request),
       options_(options),
       handle_(curl.easyInit()),
-      wholeDeadline_(deadline) {
-  postponeIdleDeadline();
+      wholeDeadline_(deadline),
+      idleDeadline_(deadlineAfter(options.idleTimeoutSeconds)) {
   if (handle_ == nullptr) {
     setupResult_ = CURLE_FAILED_INIT;
   } else {
@@ -127,7 +127,8 @@ CurlSessionTransfer::Clock::time_point CurlSessionTransfer::deadlineAfter(double
   return Clock::now() + std::chrono::duration_cast<Clock::duration>(left);
 }
 
-void CurlSessionTransfer::postponeIdleDeadline() {
+void CurlSessionTransfer::noteBytes() {
+  hasProgressed_ = true;
   idleDeadline_ = deadlineAfter(options_.idleTimeoutSeconds);
 }
 
@@ -152,7 +153,7 @@ int CurlSessionTransfer::onProgress(void* self, curl_off_t /*toReceive*/, curl_o
 // A status line begins a response anew, so that only the final one's headers are kept; lines after
 // the body are trailers, which are not headers.
 bool CurlSessionTransfer::takeHeader(std::string_view line) {
-  postponeIdleDeadline();
+  noteBytes();
   headerBytes_ += line.size();
   isTooLarge_ = headerBytes_ > kMaximumHeaderSize;
   if (isTooLarge_) return false;
@@ -167,6 +168,7 @@ bool CurlSessionTransfer::takeHeader(std::string_view line) {
 }
 
 bool CurlSessionTransfer::takeBody(std::string_view bytes) {
+  noteBytes();
   isTooLarge_ = bytes.size() > kMaximumBodySize - body_.size();
   if (!isTooLarge_) body_.insert(body_.end(), bytes.begin(), bytes.end());
   return !isTooLarge_;
@@ -178,7 +180,7 @@ void CurlSessionTransfer::noteProgress(curl_off_t received, curl_off_t sent) {
                           info<curl_off_t>(CURLINFO_APPCONNECT_TIME_T, 0)};
   if (progress == progress_) return;
   progress_ = progress;
-  postponeIdleDeadline();
+  noteBytes();
 }
 
 CurlSessionOutcome CurlSessionTransfer::outcome(CURLcode result) {

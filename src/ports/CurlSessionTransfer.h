@@ -5,6 +5,7 @@
 #include <array>
 #include <chrono>
 #include <string_view>
+#include <utility>
 
 #include "QVROAuth2Client/platform/Ports.h"
 #include "src/ports/CurlLibrary.h"
@@ -32,6 +33,9 @@ class CurlSessionTransfer {
 
   // When the transfer is overdue. Moves on with every byte, up to the limit of the whole request.
   Clock::time_point deadline() const { return std::min(wholeDeadline_, idleDeadline_); }
+
+  // True when anything was received or sent since the last call.
+  bool takeProgress() { return std::exchange(hasProgressed_, false); }
 
   // What the transfer came to, given libcurl's result. Call it once.
   CurlSessionOutcome outcome(CURLcode result);
@@ -65,7 +69,7 @@ class CurlSessionTransfer {
   bool takeHeader(std::string_view line);
   bool takeBody(std::string_view bytes);
   void noteProgress(curl_off_t received, curl_off_t sent);
-  void postponeIdleDeadline();
+  void noteBytes();
   std::int64_t errorCode(CURLcode result) const;
 
   const CurlLibrary& curl_;
@@ -79,6 +83,7 @@ class CurlSessionTransfer {
   const Clock::time_point wholeDeadline_;
   Clock::time_point idleDeadline_;
   Progress progress_;
+  bool hasProgressed_ = false;
 
   HTTPURLResponse response_;
   Data body_;
