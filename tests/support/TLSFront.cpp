@@ -122,6 +122,7 @@ def serve(connection):
     stream_of_bytes = tls.makefile("rb")
     stream_of_bytes.read(24)  # the client's preface
     tls.sendall(frame(SETTINGS, 0, 0))
+    waiting = []
     while True:
         head = stream_of_bytes.read(9)
         if len(head) < 9:
@@ -133,7 +134,10 @@ def serve(connection):
         if kind == PING and not flags & ACK:
             tls.sendall(frame(PING, ACK, 0, payload))
         if kind in (DATA, HEADERS) and flags & END_STREAM:
-            tls.sendall(answer(stream, body))
+            waiting.append(stream)
+            if policy != "in-pairs" or stream == 1 or len(waiting) == 2:
+                tls.sendall(b"".join(answer(each, body) for each in waiting))
+                waiting.clear()
 
 start(serve)
 )";
@@ -168,7 +172,14 @@ const char* nameOf(TLSFront::Policy policy) {
 }
 
 const char* nameOf(HTTP2Server::Policy policy) {
-  return policy == HTTP2Server::Policy::kResetsStreams ? "reset-streams" : "usual";
+  switch (policy) {
+    case HTTP2Server::Policy::kAnswersInPairs:
+      return "in-pairs";
+    case HTTP2Server::Policy::kResetsStreams:
+      return "reset-streams";
+    default:
+      return "usual";
+  }
 }
 
 }  // namespace

@@ -40,6 +40,7 @@ class HTTP2Server {
  public:
   enum class Policy {
     kAnswers,
+    kAnswersInPairs,  // after the first request: holds an answer back until two are waiting
     kResetsStreams,
   };
 
