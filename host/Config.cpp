@@ -41,7 +41,7 @@ std::string ask(const Question& question) {
     show(std::string(question.text) + " [" + std::string(question.preset) + "]: ");
     const auto line = readLine();
     if (!line) throw Abandoned();
-    const std::string answer = line->empty() ? std::string(question.preset) : *line;
+    std::string answer = line->empty() ? std::string(question.preset) : *line;
     if (answer.empty() && question.mayBeEmpty) return answer;
     const std::string problem = question.problem(answer);
     if (problem.empty()) return answer;

@@ -17,7 +17,7 @@
 namespace host {
 namespace {
 
-constexpr off_t kLargestFile = 1024 * 1024;
+constexpr off_t kLargestFile = 1'048'576;
 
 using Problem = std::string (*)(std::string_view text);
 
@@ -47,33 +47,47 @@ std::string problemWithCommand(std::string_view text) {
   return text.find('\0') == std::string_view::npos ? "" : "must be a command line of the shell";
 }
 
-#define QVR_FIELD(member) [](Configuration& c) -> std::string& { return c.member; }
+// The member of a configuration that a path of member pointers leads to.
+template <auto... members>
+std::string& field(Configuration& configuration) {
+  return (configuration.*....*members);
+}
+
+using Google = Configuration::Google;
+using Microsoft = Configuration::Microsoft;
+using Endpoints = Configuration::Endpoints;
+using Keychain = Configuration::Keychain;
 
 constexpr Key kKeys[] = {
-    {"", "bundle_identifier", true, QVR_FIELD(bundleIdentifier), problemWithBundleIdentifier},
-    {"google", "client_identifier", true, QVR_FIELD(google.clientIdentifier),
+    {"", "bundle_identifier", true, field<&Configuration::bundleIdentifier>,
+     problemWithBundleIdentifier},
+    {"google", "client_identifier", true, field<&Configuration::google, &Google::clientIdentifier>,
      problemWithCredential},
-    {"google", "client_secret", true, QVR_FIELD(google.clientSecret), problemWithCredential},
-    {"google", "custom_uri_scheme", true, QVR_FIELD(google.customURIScheme), problemWithURIScheme},
-    {"microsoft", "application_identifier", true, QVR_FIELD(microsoft.applicationIdentifier),
+    {"google", "client_secret", true, field<&Configuration::google, &Google::clientSecret>,
+     problemWithCredential},
+    {"google", "custom_uri_scheme", true, field<&Configuration::google, &Google::customURIScheme>,
+     problemWithURIScheme},
+    {"microsoft", "application_identifier", true,
+     field<&Configuration::microsoft, &Microsoft::applicationIdentifier>,
      problemWithApplicationIdentifier},
-    {"endpoints", "google_authorization_host", false, QVR_FIELD(endpoints.googleAuthorizationHost),
-     problemWithHost},
-    {"endpoints", "google_token_host", false, QVR_FIELD(endpoints.googleTokenHost),
-     problemWithHost},
-    {"endpoints", "microsoft_login_host", false, QVR_FIELD(endpoints.microsoftLoginHost),
-     problemWithHost},
-    {"endpoints", "certificate_authority_file", true, QVR_FIELD(endpoints.certificateAuthorityFile),
+    {"endpoints", "google_authorization_host", false,
+     field<&Configuration::endpoints, &Endpoints::googleAuthorizationHost>, problemWithHost},
+    {"endpoints", "google_token_host", false,
+     field<&Configuration::endpoints, &Endpoints::googleTokenHost>, problemWithHost},
+    {"endpoints", "microsoft_login_host", false,
+     field<&Configuration::endpoints, &Endpoints::microsoftLoginHost>, problemWithHost},
+    {"endpoints", "certificate_authority_file", true,
+     field<&Configuration::endpoints, &Endpoints::certificateAuthorityFile>, problemWithPath},
+    {"keychain", "kind", false, field<&Configuration::keychain, &Keychain::kind>, problemWithKind},
+    {"keychain", "directory", true, field<&Configuration::keychain, &Keychain::directory>,
      problemWithPath},
-    {"keychain", "kind", false, QVR_FIELD(keychain.kind), problemWithKind},
-    {"keychain", "directory", true, QVR_FIELD(keychain.directory), problemWithPath},
-    {"keychain", "key_file", true, QVR_FIELD(keychain.keyFile), problemWithPath},
-    {"keychain", "protection", false, QVR_FIELD(keychain.protection), problemWithProtection},
-    {"keychain", "passphrase_command", true, QVR_FIELD(keychain.passphraseCommand),
-     problemWithCommand},
+    {"keychain", "key_file", true, field<&Configuration::keychain, &Keychain::keyFile>,
+     problemWithPath},
+    {"keychain", "protection", false, field<&Configuration::keychain, &Keychain::protection>,
+     problemWithProtection},
+    {"keychain", "passphrase_command", true,
+     field<&Configuration::keychain, &Keychain::passphraseCommand>, problemWithCommand},
 };
-
-#undef QVR_FIELD
 
 bool isSection(std::string_view name) {
   for (const Key& key : kKeys) {

@@ -12,7 +12,7 @@
 namespace host {
 namespace {
 
-constexpr std::size_t kLongestLine = 64 * 1024;
+constexpr std::size_t kLongestLine = 65'536;
 constexpr int kWriteDeadlineMilliseconds = 60'000;
 
 // Waits until a stream that somebody made non-blocking takes bytes again.

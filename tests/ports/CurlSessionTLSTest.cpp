@@ -157,6 +157,18 @@ TEST_F(CurlSessionTLSTest, ReusesTheHTTP2Connection) {
     EXPECT_EQ(get(modern.url()).body(), "HTTP/2 connection 1");
 }
 
+TEST_F(CurlSessionTLSTest, SharesOneHTTP2ConnectionBetweenRequests) {
+  const HTTP2Server modern(certificates.valid(), HTTP2Server::Policy::kAnswersInPairs);
+  EXPECT_EQ(get(modern.url()).body(), "HTTP/2 connection 1");
+  for (int round = 0; round < 20; ++round) {
+    const ReplyWaiter waiters[2];
+    for (const ReplyWaiter& waiter : waiters)
+      session->dataTask(requestFor(modern.url()), waiter.handler())->resume();
+    for (const ReplyWaiter& waiter : waiters)
+      EXPECT_EQ(waiter.wait().body(), "HTTP/2 connection 1");
+  }
+}
+
 TEST_F(CurlSessionTLSTest, AnswersEveryOneOfManyHTTP2RequestsAtOnce) {
   const HTTP2Server modern(certificates.valid());
   const double seconds = secondsOf([&] {
