@@ -10,7 +10,7 @@ namespace qvr {
 CurlSessionCore::CurlSessionCore(const URLSessionOptions& options, CurlLoader loader)
     : options_(options),
       loader_(loader),
-      callbackQueue_(makeSerialQueue("org.qvroauth2client.urlsession.callbacks")) {}
+      callbackQueue_(makeSerialQueue("QVROAuth2Client.URLSession.callbacks")) {}
 
 void CurlSessionCore::start(Ref<CurlSessionTask> task) {
   CurlSessionOutcome outcome;

@@ -108,6 +108,7 @@ void CurlSessionLoop::wake() {
 }
 
 void CurlSessionLoop::run() {
+  ::pthread_setname_np(::pthread_self(), "qvr-https");
   blockSignals();
   while (takeArrivals()) {
     const bool isWell = perform();

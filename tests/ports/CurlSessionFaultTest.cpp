@@ -4,6 +4,8 @@
 #include <signal.h>
 
 #include <atomic>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <string_view>
 
@@ -13,7 +15,7 @@
 namespace support {
 namespace {
 
-// Where look-ups of "hangs.test" wait. Never destroyed: the look-up's thread may outlive its test.
+// Where look-ups of "hangs.test" wait. A test that makes one puts a new one here first.
 struct HangingLookup {
   Event begun;
   Event mayEnd;
@@ -33,8 +35,9 @@ extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* na
                                                                   addrinfo** result) {
   const std::string_view host = name != nullptr ? name : "";
   if (host == "hangs.test") {
-    support::hangingLookup().begun.happen();
-    support::hangingLookup().mayEnd.wait(60);
+    const support::HangingLookup lookup = support::hangingLookup();  // may outlive its test
+    lookup.begun.happen();
+    lookup.mayEnd.wait(60);
     return EAI_NONAME;
   }
   if (host.ends_with(".test")) return EAI_NONAME;
@@ -139,6 +142,20 @@ TEST_F(CurlSessionFaultTest, FailsTheRequestWhenAHeaderCannotBeAdded) {
   expectUnknownError(get(server.url()), "memory");
 }
 
+CURLcode refuseOption(CURL*, CURLoption, ...) {
+  return CURLE_UNKNOWN_OPTION;
+}
+
+TEST_F(CurlSessionFaultTest, SendsNothingWhenAnOptionIsRefused) {
+  useLibrary([]() -> const qvr::CurlLibrary& {
+    static const qvr::CurlLibrary broken =
+        brokenLibrary([](auto& library) { library.easySetopt = refuseOption; });
+    return broken;
+  });
+  expectUnknownError(get(server.url()), "option");
+  EXPECT_TRUE(server.requests().empty());
+}
+
 TEST_F(CurlSessionFaultTest, FailsTheRequestWhenItCannotBeAdded) {
   useLibrary([]() -> const qvr::CurlLibrary& {
     static const qvr::CurlLibrary broken = brokenLibrary([](auto& library) {
@@ -174,6 +191,7 @@ TEST_F(CurlSessionFaultTest, TellsAHostThatCannotBeFound) {
 }
 
 TEST_F(CurlSessionFaultTest, NameLookUpThatHangsHoldsUpNeitherCancelNorDeadlinesNorOthers) {
+  hangingLookup() = HangingLookup();
   options.idleTimeoutSeconds = 0.3;
   session = qvr::makeURLSession(options);
   const ReplyWaiter cancelled;
@@ -192,16 +210,40 @@ TEST_F(CurlSessionFaultTest, NameLookUpThatHangsHoldsUpNeitherCancelNorDeadlines
   hangingLookup().mayEnd.happen();
 }
 
-TEST_F(CurlSessionFaultTest, TakesNoSignalsOfTheProcess) {
-  // A write to a closed connection raises SIGPIPE, which ends a process that does not ignore it.
-  ::signal(SIGPIPE, SIG_DFL);
-  for (int i = 0; i < 20; ++i) {
-    server.enqueue([](LoopbackConnection&, const CapturedRequest&) { return Afterwards::kReset; });
-    qvr::URLRequest request = requestFor(server.url());
-    request.HTTPMethod = "POST";
-    request.HTTPBody.resize(1 << 18);
-    EXPECT_EQ(codeOf(send(std::move(request))), qvr::NSURLErrorNetworkConnectionLost);
+// A line of /proc's status file of the session's thread; empty when there is no such thread.
+std::string threadStatus(const std::string& key) {
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::string name;
+    std::getline(std::ifstream(thread.path() / "comm"), name);
+    std::ifstream status(thread.path() / "status");
+    for (std::string line; name == "qvr-https" && std::getline(status, line);) {
+      if (line.starts_with(key + ":\t")) return line.substr(key.size() + 2);
+    }
   }
+  return {};
+}
+
+TEST_F(CurlSessionFaultTest, LeavesTheSignalsOfTheProcessToOtherThreads) {
+  get(server.url());
+  const std::string blocked = threadStatus("SigBlk");
+  ASSERT_FALSE(blocked.empty());
+  const unsigned long long mask = std::stoull(blocked, nullptr, 16);
+  for (const int signal : {SIGPIPE, SIGINT, SIGTERM, SIGCHLD, SIGALRM, SIGUSR1})
+    EXPECT_TRUE(mask >> (signal - 1) & 1) << signal;
+}
+
+TEST_F(CurlSessionFaultTest, SleepsWhileARequestWaitsForItsAnswer) {
+  options.idleTimeoutSeconds = 1;
+  session = qvr::makeURLSession(options);
+  server.enqueue(rawAnswer("", Afterwards::kHang));
+  const ReplyWaiter waiter;
+  session->dataTask(requestFor(server.url()), waiter.handler())->resume();
+  ASSERT_TRUE(server.waitForRequests(1));
+  const auto wakeUps = [] { return std::stol("0" + threadStatus("voluntary_ctxt_switches")); };
+  const long before = wakeUps();
+  EXPECT_EQ(codeOf(waiter.wait()), qvr::NSURLErrorTimedOut);
+  EXPECT_GT(wakeUps(), 0) << "the session's thread was not found";
+  EXPECT_LT(wakeUps() - before, 20) << "something polls";
 }
 
 }  // namespace
