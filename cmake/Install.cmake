@@ -18,6 +18,8 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/QVROAuth2ClientConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/QVROAuth2ClientConfigVersion.cmake
         DESTINATION ${QVR_CMAKE_FOLDER})
 
+# Found from the file's own place, so that an installed tree can be moved.
+file(RELATIVE_PATH QVR_PREFIX_FROM_PKGCONFIG /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/QVROAuth2Client.pc.in QVROAuth2Client.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/QVROAuth2Client.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -162,7 +162,6 @@ int runWithLibrary(const std::string& command, const Arguments& arguments) {
     if (auto failure = registrationProblem(configuration, arguments.account.provider)) {
       return report(*failure);
     }
-    blockTerminationSignals();  // before the library starts a thread
   }
   if (auto failure = installHost(configuration)) return report(*failure);
   if (command == "sign-in") return signIn(configuration, arguments.signIn);

@@ -127,6 +127,9 @@ std::variant<std::string, Failure> commandOutput(const std::string& command) {
 std::variant<std::string, Failure> askHidden(std::string_view prompt) {
   const Descriptor terminal(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));
   if (terminal.number() < 0) return Failure{kFailed, "There is no terminal to ask on."};
+  if (isAnotherJobsTerminal(terminal.number())) {
+    return Failure{kFailed, "The terminal belongs to another job, so nothing can be asked on it."};
+  }
   const Failure nothing = {kFailed, "Nothing was typed."};
   std::string text;
   const WithoutEcho silence(terminal.number());

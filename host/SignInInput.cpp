@@ -11,12 +11,6 @@ namespace host {
 
 namespace {
 
-// Reading from a terminal that is not ours would stop the process (SIGTTIN).
-bool isAnotherJobsTerminal(int descriptor) {
-  const pid_t job = tcgetpgrp(descriptor);
-  return job != -1 && job != getpgrp();
-}
-
 std::string trimmed(const std::string& line) {
   constexpr const char* kWhiteSpace = " \t\r\n";
   const std::size_t start = line.find_first_not_of(kWhiteSpace);

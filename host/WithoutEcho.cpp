@@ -1,10 +1,16 @@
 #include "host/WithoutEcho.h"
 
 #include <pthread.h>
+#include <unistd.h>
 
 #include "host/Signals.h"
 
 namespace host {
+
+bool isAnotherJobsTerminal(int terminal) {
+  const pid_t job = tcgetpgrp(terminal);
+  return job != -1 && job != getpgrp();
+}
 
 WithoutEcho::WithoutEcho(int terminal) : terminal_(terminal) {
   pthread_sigmask(SIG_SETMASK, nullptr, &signals_);

@@ -6,6 +6,10 @@
 
 namespace host {
 
+// True for a terminal in whose background this process runs: reading from it or changing its
+// settings would stop the process (SIGTTIN, SIGTTOU).
+bool isAnotherJobsTerminal(int terminal);
+
 // Turns the terminal's echo off. The signals that end the process wait until the echo is back, and
 // are then delivered as ever.
 class WithoutEcho {

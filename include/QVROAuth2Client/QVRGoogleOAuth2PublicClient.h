@@ -36,6 +36,6 @@ class QVR_EXPORT QVRGoogleOAuth2PublicClient : public QVROAuth2PublicClient {
   std::vector<std::string> authorizationURLQueries() const override;
 
  private:
-  struct Fields;
+  struct QVR_HIDDEN Fields;
   const std::unique_ptr<Fields> fields_;
 };

@@ -44,6 +44,6 @@ class QVR_EXPORT QVRMicrosoftOAuth2PublicClient : public QVROAuth2PublicClient {
   std::vector<std::string> authorizationURLQueries() const override;
 
  private:
-  struct Fields;
+  struct QVR_HIDDEN Fields;
   const std::unique_ptr<Fields> fields_;
 };

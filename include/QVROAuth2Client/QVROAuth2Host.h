@@ -64,13 +64,15 @@ class QVR_EXPORT QVROAuth2Host {
   void setLogSink(qvr::LogSink sink);
   void setRandomSource(qvr::Ref<qvr::RandomSource> source);
   void setClock(qvr::Clock clock);
+  // The factory is called while the library makes what it has one of: it must not wait for a thread
+  // that uses the library.
   void setSerialQueueFactory(qvr::SerialQueueFactory factory);
 
   // Hands the settings to the library; this object is empty afterwards. Raises
   // InternalInconsistencyException when the library has been used, or installed, before.
   void install();
 
-  struct Settings;  // internal
+  struct QVR_HIDDEN Settings;  // internal
 
  private:
   std::unique_ptr<Settings> settings_;

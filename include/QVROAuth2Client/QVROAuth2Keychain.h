@@ -89,7 +89,7 @@ class QVR_EXPORT QVROAuth2Keychain final : public qvr::Object {
                                     QVROAuth2KeychainCompletion completion);
 
  private:
-  struct Fields;
+  struct QVR_HIDDEN Fields;
   friend struct QVROAuth2KeychainPrimitives;
   QVROAuth2Keychain();
   ~QVROAuth2Keychain() override;

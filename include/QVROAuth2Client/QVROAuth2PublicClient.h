@@ -191,7 +191,7 @@ class QVR_EXPORT QVROAuth2PublicClient : public qvr::Object {
                                                                  qvr::TextView tokenTypeHint) const;
 
  private:
-  struct Fields;
+  struct QVR_HIDDEN Fields;
   [[noreturn]] void doesNotRecognizeSelector(std::string_view selector) const;
   void addFormCredentials(std::vector<std::string>& parameters) const;
 

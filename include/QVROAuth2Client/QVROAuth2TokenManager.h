@@ -100,8 +100,8 @@ class QVR_EXPORT QVROAuth2TokenManager final : public qvr::Object {
       QVROAuth2TokenCompletionHandler completionHandler);
 
  private:
-  struct Fields;
-  struct Request;
+  struct QVR_HIDDEN Fields;
+  struct QVR_HIDDEN Request;
   friend struct QVROAuth2TokenManagerInstance;
   QVROAuth2TokenManager();
   ~QVROAuth2TokenManager() override;

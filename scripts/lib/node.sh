@@ -1,6 +1,6 @@
 # shellcheck shell=bash
 #
-# To be sourced by bash scripts: finds node, and installs what the end-to-end tests need of npm.
+# To be sourced by bash scripts, after packages.sh: finds node, and installs what the end-to-end tests need of npm.
 #
 #   find_node CACHE_FOLDER    sets NODE to the path of a node that is new enough
 #   install_provider_modules  fills tests/e2e/provider/node_modules, when that is out of date
@@ -13,16 +13,8 @@ node_is_new_enough() {
     process.exit(Number(major) >= 20 && typeof URL.parse === "function" ? 0 : 1);' 2>/dev/null
 }
 
-node_as_root() {
-  if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
-}
-
 require_npm() {
-  command -v npm >/dev/null && return
-  echo "node: installing npm with apt-get"
-  node_as_root apt-get update -qq &&
-    node_as_root env DEBIAN_FRONTEND=noninteractive \
-      apt-get install -qq -y --no-install-recommends npm >/dev/null
+  command -v npm >/dev/null || need_packages npm
 }
 
 # Node as npm packages it: an executable in a package, for systems whose own node is too old.

@@ -30,7 +30,7 @@ World& World::current() {
   return world != nullptr ? *world : processWorld();
 }
 
-void World::install(Settings settings) {
+void World::install(Settings&& settings) {
   RecursiveMutexLock lock(mutex_);
   if (sealed_.load(std::memory_order_relaxed)) {
     throw InternalInconsistencyException(

@@ -26,8 +26,9 @@ class World {
 
   static World& current();
 
-  // Takes the host's settings. Raises InternalInconsistencyException after the first use.
-  void install(Settings settings);
+  // Takes the host's settings, or, after the first use, leaves them and raises
+  // InternalInconsistencyException after the first use.
+  void install(Settings&& settings);
 
   // The host's settings. The first call is the library's first use: nothing changes from then on.
   const Settings& settings();

@@ -74,10 +74,16 @@ int openDirectory(FileCalls& calls, const std::string& path, int flags) {
   });
 }
 
+// A file system that cannot sync a folder (EINVAL) keeps renames in order by itself.
+void syncFolder(FileCalls& calls, const FileDescriptor& folder) {
+  if (retryingInterrupts([&] { return calls.sync(folder.get()); }) == 0) return;
+  if (errno != EINVAL) failWithErrno();
+}
+
 void syncParent(FileCalls& calls, const std::string& path) {
   const FileDescriptor parent(openDirectory(calls, parentOfPath(path), 0));
   if (!parent) failWithErrno();
-  required([&] { return calls.sync(parent.get()); });
+  syncFolder(calls, parent);
 }
 
 void makeDirectories(FileCalls& calls, const std::string& path) {
@@ -261,10 +267,8 @@ void PrivateDirectory::removeLeftovers(const DirectoryLock&) const {
   }
 }
 
-// A file system that cannot sync a folder (EINVAL) keeps renames in order by itself.
 void PrivateDirectory::syncDirectory() const {
-  if (retryingInterrupts([&] { return calls_->sync(directory_.get()); }) == 0) return;
-  if (errno != EINVAL) failWithErrno();
+  syncFolder(*calls_, directory_);
 }
 
 std::string parentOfPath(const std::string& path) {

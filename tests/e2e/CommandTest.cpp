@@ -57,6 +57,7 @@ std::unique_ptr<support::ChildProcess> CommandTest::start(
                               {"XDG_RUNTIME_DIR", folder.file("run")},
                               {"DISPLAY", ""},
                               {"WAYLAND_DISPLAY", ""},
+                              {"XDG_CURRENT_DESKTOP", "X-Generic"},
                               {"BROWSER", ""}});
   return std::make_unique<support::ChildProcess>(options);
 }

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "QVROAuth2Client/platform/Exception.h"
@@ -92,15 +93,17 @@ TEST_F(WorldTest, StateWhoseMakingRaisesIsMadeAnew) {
   EXPECT_NO_THROW(World::current().state<Fickle>());
 }
 
-TEST_F(WorldTest, SettingsAreTakenOnce) {
+TEST_F(WorldTest, SettingsAreTakenOnceAndLeftAloneAfterwards) {
   const ScopedWorld scoped;
   World& world = World::current();
-  World::Settings settings;
-  settings.bundleIdentifier = "one";
-  world.install(settings);
-  settings.bundleIdentifier = "two";
-  EXPECT_THROW(world.install(settings), InternalInconsistencyException);
+  World::Settings first;
+  first.bundleIdentifier = "one";
+  world.install(std::move(first));
+  World::Settings second;
+  second.bundleIdentifier = "two";
+  EXPECT_THROW(world.install(std::move(second)), InternalInconsistencyException);
   EXPECT_EQ(world.settings().bundleIdentifier, "one");
+  EXPECT_EQ(second.bundleIdentifier, "two");
 }
 
 TEST_F(WorldTest, ReadingTheSettingsIsTheFirstUse) {
@@ -139,7 +142,7 @@ TEST_F(WorldTest, TextIsItsOwnTranslationUntilThereIsOne) {
   World::Settings settings;
   settings.localizedStrings.emplace(", ", "; ");
   settings.localizedStrings.emplace("empty", "");
-  World::current().install(settings);
+  World::current().install(std::move(settings));
   EXPECT_EQ(World::current().localizedString(", "), "; ");
   EXPECT_EQ(World::current().localizedString("empty"), "");
   EXPECT_EQ(World::current().localizedString("other"), "other");
@@ -163,7 +166,7 @@ TEST_F(WorldTest, QueuesComeFromTheHostsFactoryOrAreSerialQueues) {
     settings.serialQueueFactory = [&queues](const std::string& label) {
       return queues.make(label);
     };
-    World::current().install(settings);
+    World::current().install(std::move(settings));
     const Ref<Executor> queue = World::current().makeSerialQueue("a");
     EXPECT_EQ(queue, queues.named("a"));
   }

@@ -29,22 +29,24 @@ struct URLSessionOptions {
   double requestTimeoutSeconds = 300;
 
   // A PEM file of trusted certificates in place of the system's; empty for the system's.
-  std::string certificateAuthorityFile;
+  std::string certificateAuthorityFile{};
 };
 
 // HTTPS by libcurl, which is loaded with the first task that is resumed.
 QVR_EXPORT Ref<URLSession> makeURLSession(const URLSessionOptions& options = {});
 
+// Both folders have to be the user's own, closed to others (mode 0700) and no symbolic links;
+// otherwise every operation answers errSecAuthFailed. Missing ones are made that way.
 struct EncryptedFileKeychainOptions {
   // The folder of the item files. Made with mode 0700 when it is not there.
-  std::string directory;
+  std::string directory{};
 
   // Where the random key lies; made with mode 0600 on first use. A key file that other users can
   // read is refused (errSecAuthFailed). Unused when there is a passphrase.
-  std::string keyFile;
+  std::string keyFile{};
 
   // When present, the key is derived from it by argon2id, with a salt kept in the folder.
-  Text passphrase;
+  Text passphrase{};
 };
 
 // One sealed file per item. Writes are atomic and durable, and safe between processes.
