@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <utility>
 
 #include "src/platform/Decimal.h"
 
@@ -117,6 +118,10 @@ const Value* Value::find(std::string_view key) const {
   const auto member = std::find_if(object->begin(), object->end(),
                                    [key](const Member& m) { return m.first == key; });
   return member != object->end() ? &member->second : nullptr;
+}
+
+Value* Value::find(std::string_view key) {
+  return const_cast<Value*>(std::as_const(*this).find(key));
 }
 
 std::string Value::description() const {

@@ -1,5 +1,7 @@
 #include "QVROAuth2Client/QVROAuth2AccessTokenResponse.h"
 
+#include <utility>
+
 #include "QVROAuth2Client/QVROAuth2Error.h"
 #include "src/platform/JSON.h"
 
@@ -11,9 +13,10 @@ const qvr::Value* member(const qvr::Value& body, std::string_view name) {
   return found != nullptr && !found->isNull() ? found : nullptr;
 }
 
-qvr::Value copyOfMember(const qvr::Value& body, std::string_view name) {
-  const qvr::Value* const found = member(body, name);
-  return found != nullptr ? *found : qvr::Value();
+// The same, taken out of the body; a null value for an absent one.
+qvr::Value takenMember(qvr::Value& body, std::string_view name) {
+  qvr::Value* const found = body.find(name);
+  return found != nullptr ? std::move(*found) : qvr::Value();
 }
 
 }  // namespace
@@ -42,7 +45,7 @@ qvr::Ref<QVROAuth2AccessTokenResponse> QVROAuth2AccessTokenResponse::initWithAcc
 qvr::Ref<QVROAuth2AccessTokenResponse> QVROAuth2AccessTokenResponse::accessTokenResponseWithData(
     const qvr::Data& data, const qvr::HTTPURLResponse*, qvr::ErrorPtr* error) {
   // A top-level array has no members.
-  const std::optional<qvr::Value> body = qvr::JSONObjectWithData(data, error);
+  std::optional<qvr::Value> body = qvr::JSONObjectWithData(data, error);
   if (!body) return nullptr;
 
   // An error response, whatever else it holds.
@@ -53,7 +56,7 @@ qvr::Ref<QVROAuth2AccessTokenResponse> QVROAuth2AccessTokenResponse::accessToken
     }
     return nullptr;
   }
-  return initWithAccessToken(copyOfMember(*body, "access_token"), copyOfMember(*body, "token_type"),
-                             copyOfMember(*body, "expires_in"),
-                             copyOfMember(*body, "refresh_token"), copyOfMember(*body, "scope"));
+  return initWithAccessToken(takenMember(*body, "access_token"), takenMember(*body, "token_type"),
+                             takenMember(*body, "expires_in"), takenMember(*body, "refresh_token"),
+                             takenMember(*body, "scope"));
 }

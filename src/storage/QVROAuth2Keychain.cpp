@@ -17,8 +17,8 @@ struct WorkQueue {
   qvr::Ref<qvr::Executor> queue = makeKeychainQueue("queue");
 };
 
-qvr::ErrorPtr errorForStatus(std::int32_t status) {
-  const qvr::Text message = qvr::World::current().keychainItems()->messageForStatus(status);
+qvr::ErrorPtr errorForStatus(const qvr::KeychainItems& items, std::int32_t status) {
+  const qvr::Text message = items.messageForStatus(status);
   if (!message) return qvr::Error::errorWithDomain(qvr::NSOSStatusErrorDomain, status);
   return qvr::Error::errorWithDomain(
       qvr::NSOSStatusErrorDomain, status,
@@ -26,9 +26,9 @@ qvr::ErrorPtr errorForStatus(std::int32_t status) {
 }
 
 // True for success; otherwise tells the caller who wants to know why not.
-bool succeeded(std::int32_t status, qvr::ErrorPtr* error) {
+bool succeeded(const qvr::KeychainItems& items, std::int32_t status, qvr::ErrorPtr* error) {
   if (status == qvr::errSecSuccess) return true;
-  if (error != nullptr) *error = errorForStatus(status);
+  if (error != nullptr) *error = errorForStatus(items, status);
   return false;
 }
 
@@ -94,7 +94,7 @@ std::optional<qvr::Data> QVROAuth2Keychain::passwordDataNoLockForService(
   qvr::Data data;
   const std::int32_t status =
       fields_->items->copyMatching(queryForService(service, account, &returnType), &data);
-  if (!succeeded(status, error)) return std::nullopt;
+  if (!succeeded(*fields_->items, status, error)) return std::nullopt;
   return data;
 }
 
@@ -108,13 +108,14 @@ bool QVROAuth2Keychain::setPasswordDataNoLock(const qvr::Data& data, qvr::TextVi
   } else if (status == qvr::errSecSuccess) {
     status = fields_->items->update(query, {{std::string(qvr::kSecValueData), data}});
   }
-  return succeeded(status, error);
+  return succeeded(*fields_->items, status, error);
 }
 
 bool QVROAuth2Keychain::removePasswordDataNoLockForService(qvr::TextView service,
                                                            qvr::TextView account,
                                                            qvr::ErrorPtr* error) const {
-  return succeeded(fields_->items->remove(queryForService(service, account, nullptr)), error);
+  return succeeded(*fields_->items,
+                   fields_->items->remove(queryForService(service, account, nullptr)), error);
 }
 
 std::optional<qvr::Data> QVROAuth2Keychain::passwordDataForService(qvr::TextView service,

@@ -52,14 +52,18 @@ TEST_F(HandlersTest, ARequestFromAHandlerIsARequestOfItsOwn) {
   EXPECT_THAT(answers, ElementsAre(IsAnswered("outer"), IsAnswered("second"), IsAnswered("inner")));
 }
 
-TEST_F(HandlersTest, AHandlerAfterAFailedRefreshMayStartTheNext) {
+// The keychain's queues go on while a handler runs on the session's.
+TEST_F(HandlersTest, TheEntryOfAFailedRefreshIsGoneBeforeItsHandlersRun) {
   put(dueToken());
-  requestAndThen("outer", [this] { request("inner"); });
+  requestAndThen("outer", [this] {
+    request("inner");
+    runKeychain();
+    EXPECT_EQ(session->tasks().size(), 2) << "the next refresh starts at once";
+  });
   runKeychain();
   session->last().fail(qvr::NSURLErrorTimedOut);
   runAll();
   EXPECT_THAT(answers, ElementsAre(IsAnswered("outer")));
-  ASSERT_EQ(session->tasks().size(), 2) << "the failed task's entry went before the handler ran";
   session->last().answer(200, kRefreshedBody);
   runAll();
   EXPECT_THAT(answers, ElementsAre(IsAnswered("outer"), IsAnswered("inner")));
@@ -111,7 +115,7 @@ TEST_F(HandlersTest, NoLockIsHeldWhileHandlersRun) {
   EXPECT_EQ(unlocked, 4);
 }
 
-// A session whose tasks call back into the manager when they are resumed.
+// A session whose tasks call back into the manager when they are resumed, and count cancellations.
 class EagerSession final : public qvr::URLSession {
  public:
   explicit EagerSession(qvr::Ref<qvr::URLSession> inner) : inner_(std::move(inner)) {}
@@ -121,7 +125,8 @@ class EagerSession final : public qvr::URLSession {
     return qvr::makeRef<Task>(this, inner_->dataTask(std::move(request), std::move(handler)));
   }
 
-  std::function<void()> beforeResume;
+  std::function<void()> beforeResume = [] {};
+  int cancelled = 0;
 
  private:
   class Task final : public qvr::URLSessionDataTask {
@@ -132,7 +137,10 @@ class EagerSession final : public qvr::URLSession {
       session_->beforeResume();
       inner_->resume();
     }
-    void cancel() override { inner_->cancel(); }
+    void cancel() override {
+      ++session_->cancelled;
+      inner_->cancel();
+    }
     State state() const override { return inner_->state(); }
 
    private:
@@ -143,9 +151,9 @@ class EagerSession final : public qvr::URLSession {
   const qvr::Ref<qvr::URLSession> inner_;
 };
 
-class ResumeTest : public support::UnstartedManagerTest {
+class TaskTableTest : public support::UnstartedManagerTest {
  protected:
-  ResumeTest() {
+  TaskTableTest() {
     host.setURLSession(eager);
     start();
     put(dueToken());
@@ -154,7 +162,7 @@ class ResumeTest : public support::UnstartedManagerTest {
   qvr::Ref<EagerSession> eager = qvr::makeRef<EagerSession>(session);
 };
 
-TEST_F(ResumeTest, NoLockIsHeldWhileATaskIsResumed) {
+TEST_F(TaskTableTest, NoLockIsHeldWhileATaskIsResumed) {
   eager->beforeResume = [this] {
     request("during resume");
     manager->cancelRequestForProvider(QVROAuth2ProviderGoogle, "other@example.org");
@@ -166,7 +174,7 @@ TEST_F(ResumeTest, NoLockIsHeldWhileATaskIsResumed) {
   EXPECT_THAT(answers, ElementsAre(IsAnswered("r"), IsAnswered("during resume")));
 }
 
-TEST_F(ResumeTest, ACancelBeforeTheResumeTakesEffectWithIt) {
+TEST_F(TaskTableTest, ACancelBeforeTheResumeTakesEffectWithIt) {
   eager->beforeResume = [this] {
     manager->cancelRequestForProvider(QVROAuth2ProviderGoogle, kUser);
   };
@@ -176,6 +184,20 @@ TEST_F(ResumeTest, ACancelBeforeTheResumeTakesEffectWithIt) {
   runAll();
   EXPECT_THAT(answers,
               ElementsAre(support::HasError("r", qvr::NSURLErrorDomain, qvr::NSURLErrorCancelled)));
+}
+
+TEST_F(TaskTableTest, TheEntryOfAStoredRefreshIsGoneBeforeItsHandlersRun) {
+  bool ran = false;
+  manager->requestAccessTokenForProvider(
+      QVROAuth2ProviderGoogle, kUser, [&](const qvr::Ref<QVROAuth2Token>&, const qvr::ErrorPtr&) {
+        manager->cancelRequestForProvider(QVROAuth2ProviderGoogle, kUser);
+        ran = true;
+      });
+  runKeychain();
+  session->last().answer(200, kRefreshedBody);
+  runAll();
+  EXPECT_TRUE(ran);
+  EXPECT_EQ(eager->cancelled, 0) << "no task is there to be cancelled";
 }
 
 }  // namespace

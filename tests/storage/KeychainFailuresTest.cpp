@@ -119,6 +119,14 @@ TEST_F(KeychainFailuresTest, AFailedUpdateIsTheResultAndTheItemStays) {
   EXPECT_EQ(keychain->stored(kServiceName, kAccount), bytes("before"));
 }
 
+TEST_F(KeychainFailuresTest, AnErrorWhoseStatusHasNoMessageCarriesNoUserInfo) {
+  constexpr std::int32_t kUnknownStatus = -4321;
+  keychain->failEvery("copyMatching", kUnknownStatus);
+  qvr::ErrorPtr error;
+  EXPECT_EQ(store->passwordDataForService(kService, kAccount, &error), std::nullopt);
+  EXPECT_THAT(error, IsErrorWithoutUserInfo("NSOSStatusErrorDomain", kUnknownStatus));
+}
+
 TEST_F(KeychainFailuresTest, ACallerMayDoWithoutTheError) {
   keychain->failWith([](const auto&) { return std::int32_t{-36}; });
   EXPECT_EQ(store->passwordDataForService(kService, kAccount), std::nullopt);

@@ -57,6 +57,7 @@ class QVR_EXPORT Value {
 
   // The member of an object with this key, or null when there is none or this is no object.
   const Value* find(std::string_view key) const;
+  Value* find(std::string_view key);
 
   // How the value reads in an error's printed form. A byte buffer prints as its length and a URL
   // without its query, since neither may carry a secret into a log.
