@@ -9,6 +9,9 @@
 // shares results: a request for one can be answered by the result of a request for the other. Give
 // each account its own user name if a user may hold both.
 //
+// An absent provider or user name is a programming error: it raises InvalidArgumentException, for
+// the user name on the keychain's work queue, which ends the process.
+//
 // Thread rule: requests may come from any thread. Handlers run on background queues, with no lock
 // held: on the keychain's delegate queue, or, after a failed refresh, on the session's callback
 // queue. Nothing is moved to the main thread.

@@ -1,10 +1,14 @@
 #include "src/platform/Log.h"
 
+#include <algorithm>
+
 #include "src/platform/World.h"
 
 namespace qvr {
 
-void logLine(std::string_view text) {
+void logLine(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, ' ');
   World::current().log(text);
 }
 

@@ -8,8 +8,9 @@
 
 namespace qvr {
 
-// Writes `text`.
-void logLine(std::string_view text);
+// Writes `text` as one line: a control character, which a server may have put there, becomes a
+// space.
+void logLine(std::string text);
 
 // Writes "method: error"; a null error prints as "(null)".
 void logError(std::string_view method, const ErrorPtr& error);

@@ -51,7 +51,7 @@ class World {
   template <class T>
   T& state() {
     const std::size_t slot = slotOf<T>();
-    if (void* made = slots_[slot].load(std::memory_order_acquire)) return *static_cast<T*>(made);
+    if (void* made = slots_.at(slot).load(std::memory_order_acquire)) return *static_cast<T*>(made);
     void* const made = makeState(
         slot, []() -> void* { return new T(); },
         [](void* object) { delete static_cast<T*>(object); });

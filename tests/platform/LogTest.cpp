@@ -22,6 +22,12 @@ TEST_F(LogTest, ALineGoesToTheSinkAsItIs) {
   EXPECT_THAT(*log, ElementsAre("error: \"x\"", ""));
 }
 
+TEST_F(LogTest, WhatAServerSentCannotMakeAnotherLine) {
+  installHost();
+  logLine("error: \"a\r\nb\tc\x7f\"");
+  EXPECT_THAT(*log, ElementsAre("error: \"a  b c \""));
+}
+
 TEST_F(LogTest, AnErrorStandsAfterItsMethod) {
   installHost();
   logError("-[C m:]", Error::errorWithDomain("D", 3, support::described("T")));
