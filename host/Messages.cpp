@@ -23,7 +23,9 @@ struct Hint {
 
 constexpr Hint kKeychainHints[] = {
     {qvr::errSecDiskFull, "The disk is full: make room and run the command again."},
-    {qvr::errSecIO, "The keychain's files cannot be read or written: check the disk."},
+    {qvr::errSecIO,
+     "The keychain's files cannot be read or written: check the disk, and the folders under "
+     "[keychain] in the configuration."},
     {qvr::errSecWrPerm,
      "The keychain's folder or key file is not yours to write: check the permissions and the "
      "[keychain] section of the configuration."},
