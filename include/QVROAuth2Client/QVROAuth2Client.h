@@ -23,6 +23,7 @@
 #include "QVROAuth2Client/QVROAuth2PublicClient.h"
 #include "QVROAuth2Client/QVROAuth2Token.h"
 #include "QVROAuth2Client/QVROAuth2TokenManager.h"
+#include "QVROAuth2Client/platform/Desktop.h"
 #include "QVROAuth2Client/platform/Exception.h"
 #include "QVROAuth2Client/platform/Ports.h"
 

@@ -3,12 +3,17 @@
 # To be sourced by bash scripts: makes sure that Debian packages are installed.
 #
 #   need_packages NAME...   installs those that are missing, as root or with sudo, and says so
+#   need_packages_without_services NAME...   the same, and starts no server that comes with them
 #
 # The lists that the scripts share are below.
 
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config ca-certificates
-  libcurl4-openssl-dev libsodium-dev libsimdjson-dev libcli11-dev libtomlplusplus-dev)
-TEST_PACKAGES=(libgtest-dev libgmock-dev openssl python3 procps)
+  libcurl4-openssl-dev libsystemd-dev libsodium-dev libsimdjson-dev libcli11-dev libtomlplusplus-dev)
+TEST_PACKAGES=(libgtest-dev libgmock-dev openssl python3 procps dbus xdg-utils desktop-file-utils systemd)
+MAIL_PACKAGES=(dovecot-imapd dovecot-submissiond curl neomutt msmtp isync libsasl2-modules-kdexoauth2
+  offlineimap3 fetchmail getmail6 aerc git git-email libmailtools-perl)
+DESKTOP_PACKAGES=(gnome-keyring libkf5wallet-bin libqca-qt5-2-plugins keepassxc libsecret-tools libglib2.0-bin
+  chromium firefox-esr xvfb bubblewrap)
 CHECK_PACKAGES=(clang libclang-rt-14-dev clang-format clang-tidy)
 
 is_installed() {
@@ -41,3 +46,21 @@ need_packages() {
     as_root env DEBIAN_FRONTEND=noninteractive \
       apt-get install -qq -y --no-install-recommends "${missing[@]}" >/dev/null
 }
+
+are_installed() {
+  local name
+  for name in "$@"; do
+    is_installed "$name" || return
+  done
+}
+
+# Debian's packages ask this program whether a server may be started.
+need_packages_without_services() (
+  policy=/usr/sbin/policy-rc.d
+  are_installed "$@" && return
+  if [ ! -e "$policy" ]; then
+    trap 'as_root rm -f "$policy"' EXIT
+    printf '#!/bin/sh\nexit 101\n' | as_root install -m 755 /dev/stdin "$policy"
+  fi
+  need_packages "$@"
+)

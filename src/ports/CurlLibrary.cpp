@@ -1,46 +1,24 @@
 #include "src/ports/CurlLibrary.h"
 
-#include <dlfcn.h>
-
 #include <cstdint>
+
+#include "src/ports/SharedLibrary.h"
 
 namespace qvr {
 namespace {
-
-template <class Function>
-Function* symbol(void* library, const char* name) {
-  return reinterpret_cast<Function*>(::dlsym(library, name));
-}
-
-// Looks functions up and keeps the name of the first that is not there.
-class Binder {
- public:
-  explicit Binder(void* library) : library_(library) {}
-
-  template <class Function>
-  void bind(Function*& function, const char* name) {
-    function = symbol<Function>(library_, name);
-    if (function == nullptr && missing_.empty()) missing_ = name;
-  }
-
-  const std::string& missing() const { return missing_; }
-
- private:
-  void* const library_;
-  std::string missing_;
-};
 
 // A request may still be running on the session's thread when the process exits: OpenSSL's own
 // clean-up at exit would free what that thread is using, so it is switched off before the first
 // use.
 void keepOpenSSLUntilProcessEnds(void* library) {
   constexpr std::uint64_t kNoAtExit = 0x00080000;  // OPENSSL_INIT_NO_ATEXIT
-  auto* const initialise = symbol<int(std::uint64_t, const void*)>(library, "OPENSSL_init_crypto");
+  auto* const initialise =
+      librarySymbol<int(std::uint64_t, const void*)>(library, "OPENSSL_init_crypto");
   if (initialise != nullptr) initialise(kNoAtExit, nullptr);
 }
 
 std::string bindFunctions(CurlLibrary& curl, void* library) {
-  Binder binder(library);
+  LibraryBinder binder(library);
   binder.bind(curl.easyInit, "curl_easy_init");
   binder.bind(curl.easyCleanup, "curl_easy_cleanup");
   binder.bind(curl.easySetopt, "curl_easy_setopt");
@@ -63,12 +41,13 @@ std::string bindFunctions(CurlLibrary& curl, void* library) {
 
 // Empty when all went well.
 std::string load(CurlLibrary& curl, const char* fileName) {
-  void* const library = ::dlopen(fileName, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-  if (library == nullptr) return ::dlerror();
+  std::string problem;
+  void* const library = loadLibrary(fileName, &problem);
+  if (library == nullptr) return problem;
   const std::string missing = bindFunctions(curl, library);
   if (!missing.empty()) return std::string(fileName) + " has no function " + missing;
   keepOpenSSLUntilProcessEnds(library);
-  auto* const initialise = symbol<decltype(::curl_global_init)>(library, "curl_global_init");
+  auto* const initialise = librarySymbol<decltype(::curl_global_init)>(library, "curl_global_init");
   if (initialise == nullptr || initialise(CURL_GLOBAL_DEFAULT) != CURLE_OK) {
     return std::string(fileName) + " cannot be initialised";
   }

@@ -1,38 +1,25 @@
 #include "src/ports/DesktopWorkspace.h"
 
 #include <strings.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 
 #include "QVROAuth2Client/platform/Ports.h"
+#include "src/ports/DesktopPortal.h"
 #include "src/ports/DetachedProcess.h"
+#include "src/ports/WebHandler.h"
 
 namespace qvr {
 
 namespace {
 
 constexpr std::string_view kHandler = "xdg-open";
-constexpr std::string_view kDefaultPath = "/usr/local/bin:/usr/bin:/bin";
 
-// The parts between separators; empty ones are left out.
-std::vector<std::string_view> split(std::string_view text, std::string_view separators) {
-  std::vector<std::string_view> parts;
-  std::size_t start = text.find_first_not_of(separators);
-  while (start != std::string_view::npos) {
-    const std::size_t end = std::min(text.find_first_of(separators, start), text.size());
-    parts.push_back(text.substr(start, end - start));
-    start = text.find_first_not_of(separators, end);
-  }
-  return parts;
-}
-
-bool isProgram(const std::string& path) {
-  struct stat found {};
-  return stat(path.c_str(), &found) == 0 && S_ISREG(found.st_mode) &&
-         access(path.c_str(), X_OK) == 0;
-}
+// What the handler tries where the desktop has no default: its own list ends with programs that
+// need a terminal and, without one, read the page and say that all went well.
+constexpr std::string_view kBrowsersWithWindows =
+    "x-www-browser:firefox:epiphany:konqueror:chromium:chromium-browser:google-chrome";
 
 bool isWebAddress(const URL& url) {
   const Text scheme = url.scheme();
@@ -52,71 +39,72 @@ bool substitute(std::string& argument, const std::string& url) {
   return found;
 }
 
+bool run(std::string_view name, std::vector<std::string> arguments, const Environment& environment,
+         std::chrono::milliseconds patience) {
+  const std::string program = environment.pathOfProgram(name);
+  if (program.empty()) return false;
+  arguments.insert(arguments.begin(), std::string(name));
+  return runDetached({program, std::move(arguments), environment.entries()}, patience);
+}
+
 }  // namespace
 
 bool DesktopWorkspace::openURL(const URL& url) {
-  if (!isWebAddress(url) || !hasDesktop()) return false;
-  if (!pathOfProgram(kHandler).empty()) return run(kHandler, {url.absoluteString()});
-  const auto browsers = split(variable("BROWSER"), ":");
-  return std::any_of(browsers.begin(), browsers.end(), [&](std::string_view command) {
-    return runBrowser(command, url.absoluteString());
-  });
-}
-
-// The variable's value; empty when it is not set.
-std::string_view DesktopWorkspace::variable(std::string_view name) const {
-  for (const std::string_view entry : environment_) {
-    if (entry.starts_with(name) && entry.substr(name.size()).starts_with('=')) {
-      return entry.substr(name.size() + 1);
-    }
+  if (!isWebAddress(url)) return false;
+  const std::string& address = url.absoluteString();
+  if (isInSandbox()) {
+    const std::string bus(variable("DBUS_SESSION_BUS_ADDRESS"));
+    const PortalOutcome outcome =
+        openByPortal(address, {bus, options_.portalTimeout, options_.patience});
+    if (outcome != PortalOutcome::kAbsent) return outcome == PortalOutcome::kTaken;
   }
-  return {};
+  return openOutsideSandbox(address);
 }
 
-bool DesktopWorkspace::hasDesktop() const {
-  return !variable("DISPLAY").empty() || !variable("WAYLAND_DISPLAY").empty() ||
-         !variable("BROWSER").empty();
+bool DesktopWorkspace::openOutsideSandbox(const std::string& url) const {
+  if (!hasDisplay()) return runBrowsers(url);
+  if (!isWebHandlerEvident(options_.environment)) return runBrowsers(url) || searchForHandler(url);
+  return run(kHandler, {url}, options_.environment, options_.patience) || runBrowsers(url);
 }
 
-// Where the shell would find it, but never in the current folder; empty when it is nowhere.
-std::string DesktopWorkspace::pathOfProgram(std::string_view name) const {
-  if (name.find('/') != std::string_view::npos) return std::string(name);
-  const std::string_view path = variable("PATH");
-  for (const std::string_view folder : split(path.empty() ? kDefaultPath : path, ":")) {
-    if (!folder.starts_with('/')) continue;
-    std::string candidate = std::string(folder).append("/").append(name);
-    if (isProgram(candidate)) return candidate;
-  }
-  return {};
+// The handler knows places of its desktop that we do not.
+bool DesktopWorkspace::searchForHandler(const std::string& url) const {
+  return run(kHandler, {url}, options_.environment.with("BROWSER", kBrowsersWithWindows),
+             options_.searchPatience);
 }
 
-bool DesktopWorkspace::run(std::string_view name, std::vector<std::string> arguments) const {
-  const std::string program = pathOfProgram(name);
-  if (program.empty()) return false;
-  arguments.insert(arguments.begin(), std::string(name));
-  return runDetached({program, std::move(arguments), environment_}, patience_);
+bool DesktopWorkspace::isInSandbox() const {
+  return access(options_.sandboxMark.c_str(), F_OK) == 0 || !variable("SNAP").empty() ||
+         variable("container") == "flatpak";
+}
+
+bool DesktopWorkspace::hasDisplay() const {
+  return !variable("DISPLAY").empty() || !variable("WAYLAND_DISPLAY").empty();
+}
+
+bool DesktopWorkspace::runBrowsers(const std::string& url) const {
+  const auto browsers = splitWords(variable("BROWSER"), ":");
+  return std::any_of(browsers.begin(), browsers.end(),
+                     [&](std::string_view command) { return runBrowser(command, url); });
 }
 
 // A command of $BROWSER: words without a shell's quoting, the address in place of "%s" or, without
 // one, at the end.
 bool DesktopWorkspace::runBrowser(std::string_view command, const std::string& url) const {
-  const std::vector<std::string_view> words = split(command, " \t");
+  const std::vector<std::string_view> words = splitWords(command, " \t");
   if (words.empty()) return false;
   std::vector<std::string> arguments(words.begin() + 1, words.end());
   bool isPlaced = false;
   for (std::string& argument : arguments)
     isPlaced |= substitute(argument, url);
   if (!isPlaced) arguments.push_back(url);
-  return run(words.front(), std::move(arguments));
+  return run(words.front(), std::move(arguments), options_.environment, options_.patience);
 }
 
 inline namespace v1 {
 
 Ref<Workspace> makeWorkspace() {
-  std::vector<std::string> environment;
-  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry)
-    environment.emplace_back(*entry);
-  return makeRef<DesktopWorkspace>(std::move(environment));
+  return makeRef<DesktopWorkspace>(DesktopWorkspaceOptions{Environment::ofThisProcess()});
 }
 
 }  // namespace v1

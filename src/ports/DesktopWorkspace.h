@@ -7,34 +7,51 @@
 #include <vector>
 
 #include "QVROAuth2Client/platform/Workspace.h"
+#include "src/ports/Environment.h"
 
 namespace qvr {
 
-// A handler that has not failed by then has taken the address.
-inline constexpr std::chrono::milliseconds kHandlerPatience{200};
+struct DesktopWorkspaceOptions {
+  // Decides, and is what the browser inherits.
+  Environment environment;
 
-// Opens web addresses (http and https, nothing else) with `xdg-open`, the desktop's own way to its
-// default handler, in a sandbox too; without that program, with the commands of $BROWSER. Where
-// there is neither a display nor a $BROWSER nothing is started: what xdg-open falls back to then
-// would take over a terminal. The address carries the state of a sign-in, so it is never logged.
+  // A handler that has not failed by then has taken the address.
+  std::chrono::milliseconds patience{200};
+
+  // The same for the desktop's handler where no browser is evident: it looks for one in many places
+  // before it fails, which takes a slow machine longer.
+  std::chrono::milliseconds searchPatience{3000};
+
+  // For the portal of a sandbox to answer.
+  std::chrono::milliseconds portalTimeout{5000};
+
+  // A file that only a sandbox has.
+  std::string sandboxMark = "/.flatpak-info";
+};
+
+// Opens web addresses (http and https, nothing else): in a sandbox by the desktop's portal; else
+// with `xdg-open`, the desktop's own way to its default handler; where that fails, or there is no
+// display, with the commands of $BROWSER. A browser that would take over a terminal is started only
+// when $BROWSER names it. The address carries the state of a sign-in, so it is never logged.
 class DesktopWorkspace final : public Workspace {
  public:
-  // The environment (NAME=value) that decides, and that the browser inherits.
-  explicit DesktopWorkspace(std::vector<std::string> environment,
-                            std::chrono::milliseconds patience = kHandlerPatience)
-      : environment_(std::move(environment)), patience_(patience) {}
+  explicit DesktopWorkspace(DesktopWorkspaceOptions options) : options_(std::move(options)) {}
 
   bool openURL(const URL& url) override;
 
  private:
-  std::string_view variable(std::string_view name) const;
-  bool hasDesktop() const;
-  std::string pathOfProgram(std::string_view name) const;
-  bool run(std::string_view name, std::vector<std::string> arguments) const;
+  std::string_view variable(std::string_view name) const {
+    return options_.environment.variable(name);
+  }
+  bool isInSandbox() const;
+  bool hasDisplay() const;
+
+  bool openOutsideSandbox(const std::string& url) const;
+  bool searchForHandler(const std::string& url) const;
+  bool runBrowsers(const std::string& url) const;
   bool runBrowser(std::string_view command, const std::string& url) const;
 
-  const std::vector<std::string> environment_;
-  const std::chrono::milliseconds patience_;
+  const DesktopWorkspaceOptions options_;
 };
 
 }  // namespace qvr

@@ -57,8 +57,8 @@ class FileCalls {
   static FileCalls& system();
 };
 
-// What a keychain operation stops with. Thrown inside the file keychain only: its operations turn
-// it into their result.
+// What a keychain operation stops with. Thrown inside the keychains only: their operations turn it
+// into their result.
 struct KeychainFailure {
   std::int32_t status;
 };

@@ -45,17 +45,35 @@ class DesktopWorkspaceTest : public testing::Test {
     return file ? std::string(std::istreambuf_iterator<char>(file), {}) : "not called";
   }
 
-  // Opens the address with the patience of a slow machine: a handler that ends has ended.
-  bool open(const std::vector<std::string>& variables, const char* url = kURL) const {
-    return makeWorkspace(variables, std::chrono::minutes(1))
-        ->openURL(*qvr::URL::URLWithString(url));
+  // Makes the desktop know a browser.
+  void addDesktopEntry() const {
+    addRecorder("browser");
+    std::filesystem::create_directories(folder_.file("share/applications"));
+    folder_.write("share/applications/b.desktop", "[Desktop Entry]\nExec=browser %u\n");
+    folder_.write("share/applications/mimeinfo.cache",
+                  "[MIME Cache]\nx-scheme-handler/https=b.desktop;\n");
   }
 
-  template <class... Patience>
-  qvr::Ref<qvr::Workspace> makeWorkspace(std::vector<std::string> variables,
-                                         Patience... patience) const {
+  // Opens the address with the patience of a slow machine: a handler that ends has ended.
+  bool open(const std::vector<std::string>& variables, const char* url = kURL) const {
+    qvr::DesktopWorkspaceOptions options = optionsWith(variables);
+    options.patience = options.searchPatience = std::chrono::minutes(1);
+    return open(options, url);
+  }
+
+  static bool open(const qvr::DesktopWorkspaceOptions& options, const char* url = kURL) {
+    return qvr::makeRef<qvr::DesktopWorkspace>(options)->openURL(*qvr::URL::URLWithString(url));
+  }
+
+  // A desktop of the test's own, with the usual patience.
+  qvr::DesktopWorkspaceOptions optionsWith(std::vector<std::string> variables) const {
     variables.push_back("PATH=relative::" + folder_.file("bin"));
-    return qvr::makeRef<qvr::DesktopWorkspace>(variables, patience...);
+    variables.push_back("HOME=" + folder_.file("home"));
+    variables.push_back("XDG_DATA_DIRS=" + folder_.file("share"));
+    variables.push_back("XDG_CONFIG_DIRS=" + folder_.file("xdg"));
+    qvr::DesktopWorkspaceOptions options{qvr::Environment(std::move(variables))};
+    options.sandboxMark = "/nonexistent";
+    return options;
   }
 
   const support::TemporaryFolder folder_;
@@ -67,14 +85,22 @@ TEST_F(DesktopWorkspaceTest, HandsTheAddressToTheDesktop) {
   EXPECT_EQ(recorded("xdg-open"), std::string(kURL) + "\n");
 }
 
-TEST_F(DesktopWorkspaceTest, AnyOfThreeVariablesTellsADesktop) {
+TEST_F(DesktopWorkspaceTest, EitherOfTwoVariablesTellsADisplay) {
   addRecorder("xdg-open");
-  for (const char* variable : {"DISPLAY=:0", "WAYLAND_DISPLAY=wayland-0", "BROWSER=firefox"}) {
+  for (const char* variable : {"DISPLAY=:0", "WAYLAND_DISPLAY=wayland-0"}) {
     EXPECT_TRUE(open({variable})) << variable;
   }
 }
 
-TEST_F(DesktopWorkspaceTest, WithoutADesktopNothingIsStarted) {
+TEST_F(DesktopWorkspaceTest, WithoutADisplayTheDesktopIsNotAsked) {
+  addRecorder("xdg-open");
+  addRecorder("firefox");
+  EXPECT_TRUE(open({"BROWSER=firefox"}));
+  EXPECT_EQ(recorded("firefox"), std::string(kURL) + "\n");
+  EXPECT_EQ(recorded("xdg-open"), "not called");
+}
+
+TEST_F(DesktopWorkspaceTest, WithoutADisplayAndABrowserNothingIsStarted) {
   addRecorder("xdg-open");
   EXPECT_FALSE(open({}));
   EXPECT_FALSE(open({"DISPLAY=", "WAYLAND_DISPLAY=", "BROWSER=", "NOT_DISPLAY=1"}));
@@ -132,13 +158,50 @@ class Gate {
 TEST_F(DesktopWorkspaceTest, HandlerThatIsStillRunningHasTakenTheAddress) {
   Gate gate(folder_.file("gate"));
   Gate done(folder_.file("done"));
+  addDesktopEntry();
   addProgram("xdg-open", "read line < '" + folder_.file("gate") + "'\necho > '" +
                              folder_.file("done") + "'\nexit 1");
   const auto start = std::chrono::steady_clock::now();
-  EXPECT_TRUE(makeWorkspace({"DISPLAY=:0"})->openURL(*qvr::URL::URLWithString(kURL)));
+  EXPECT_TRUE(open(optionsWith({"DISPLAY=:0"})));
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(200));
   gate.release();
   EXPECT_TRUE(done.hears());  // it was left to go its own way
+}
+
+TEST_F(DesktopWorkspaceTest, WhereNoBrowserIsEvidentAFailureMayTakeLonger) {
+  Gate gate(folder_.file("gate"));
+  addProgram("xdg-open", "read line < '" + folder_.file("gate") + "'\nexit 3");
+  qvr::DesktopWorkspaceOptions options = optionsWith({"DISPLAY=:0"});
+  options.patience = std::chrono::milliseconds(0);
+  options.searchPatience = std::chrono::minutes(1);
+  gate.release();
+  EXPECT_FALSE(open(options));
+}
+
+TEST_F(DesktopWorkspaceTest, WhereABrowserIsEvidentTheDesktopComesBeforeTheVariable) {
+  addDesktopEntry();
+  addRecorder("xdg-open");
+  addRecorder("firefox");
+  EXPECT_TRUE(open({"DISPLAY=:0", "BROWSER=firefox"}));
+  EXPECT_EQ(recorded("xdg-open"), std::string(kURL) + "\n");
+  EXPECT_EQ(recorded("firefox"), "not called");
+}
+
+TEST_F(DesktopWorkspaceTest, WhereNoBrowserIsEvidentTheVariableComesFirst) {
+  addRecorder("xdg-open");
+  addRecorder("firefox");
+  EXPECT_TRUE(open({"DISPLAY=:0", "BROWSER=firefox"}));
+  EXPECT_EQ(recorded("firefox"), std::string(kURL) + "\n");
+  EXPECT_EQ(recorded("xdg-open"), "not called");
+}
+
+TEST_F(DesktopWorkspaceTest, WhereTheDesktopFailsTheVariableServes) {
+  addDesktopEntry();
+  addRecorder("xdg-open", "exit 4");
+  addRecorder("firefox");
+  EXPECT_TRUE(open({"DISPLAY=:0", "BROWSER=firefox"}));
+  EXPECT_EQ(recorded("xdg-open"), std::string(kURL) + "\n");
+  EXPECT_EQ(recorded("firefox"), std::string(kURL) + "\n");
 }
 
 TEST_F(DesktopWorkspaceTest, HandlerThatSucceedsIsNotWaitedForAnyLonger) {

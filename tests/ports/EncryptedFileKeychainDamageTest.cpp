@@ -23,7 +23,7 @@ class EncryptedFileKeychainDamageTest : public FileKeychainTest {
   }
 
   Item damaged() const { return {*keychain_}; }
-  Item other() const { return {*keychain_, "Google", "other@example.com"}; }
+  Item other() const { return {*keychain_, "Google.OAuth2Token", "other@example.com"}; }
 
   // The damage is told, and costs this one item only; nothing is deleted.
   void expectDamage() const {
@@ -34,7 +34,8 @@ class EncryptedFileKeychainDamageTest : public FileKeychainTest {
     EXPECT_EQ(other().text(), "other secret");
     std::vector<qvr::KeychainItemName> names;
     EXPECT_EQ(keychain_->list(&names), qvr::errSecSuccess);
-    EXPECT_EQ(1, std::ranges::count(names, qvr::KeychainItemName{"Google", "other@example.com"}));
+    EXPECT_EQ(1, std::ranges::count(
+                     names, qvr::KeychainItemName{"Google.OAuth2Token", "other@example.com"}));
   }
 
   qvr::Ref<qvr::KeychainItems> keychain_;

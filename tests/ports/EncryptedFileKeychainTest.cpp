@@ -21,7 +21,8 @@ TEST_F(EncryptedFileKeychainTest, ItemsOutliveTheObject) {
   EXPECT_EQ(Item{*later}.text(), "secret");
   std::vector<qvr::KeychainItemName> names;
   ASSERT_EQ(later->list(&names), qvr::errSecSuccess);
-  EXPECT_EQ(names, (std::vector<qvr::KeychainItemName>{{"Google", "user@example.com"}}));
+  EXPECT_EQ(names,
+            (std::vector<qvr::KeychainItemName>{{"Google.OAuth2Token", "user@example.com"}}));
 }
 
 TEST_F(EncryptedFileKeychainTest, LooksMakeNothing) {
@@ -79,7 +80,7 @@ TEST_F(EncryptedFileKeychainTest, NeitherDataNorNamesAreOnDiskInClear) {
   ASSERT_EQ(Item{*open()}.add("very secret"), qvr::errSecSuccess);
   for (const auto& entry : std::filesystem::directory_iterator(directory())) {
     const std::string seen = entry.path().filename().string() + contentOf(entry.path());
-    for (const char* text : {"very secret", "Google", "user@example.com"}) {
+    for (const char* text : {"very secret", "Google.OAuth2Token", "user@example.com"}) {
       EXPECT_EQ(seen.find(text), std::string::npos) << entry.path() << " has " << text;
     }
   }
@@ -99,7 +100,8 @@ TEST_F(EncryptedFileKeychainTest, ItemOfTheGreatestSizeIsKeptAndAGreaterOneRefus
   ASSERT_EQ(Item{*open()}.update(greatest), qvr::errSecSuccess);
   EXPECT_EQ(Item{*open()}.text(), greatest);
   EXPECT_EQ(Item{*open()}.update(greatest + "x"), qvr::errSecParam);
-  EXPECT_EQ((Item{*open(), "Google", "other"}.add(greatest + greatest)), qvr::errSecParam);
+  EXPECT_EQ((Item{*open(), "Google.OAuth2Token", "other"}.add(greatest + greatest)),
+            qvr::errSecParam);
   EXPECT_EQ(Item{*open()}.text(), greatest);
 }
 

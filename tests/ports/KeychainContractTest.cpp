@@ -1,6 +1,6 @@
-// What every keychain port owes, run over each port that needs no service.
+// What every keychain port owes, and the ports that need no service.
 
-#include <gtest/gtest.h>
+#include "tests/ports/helpers/KeychainContractTest.h"
 
 #include <algorithm>
 #include <atomic>
@@ -18,20 +18,16 @@ using qvr::KeychainItems;
 using qvr::KeychainQuery;
 using qvr::Value;
 
-struct Port {
-  std::string name;
-  std::function<qvr::Ref<KeychainItems>(const support::TemporaryFolder&)> make;
-};
-
 const Port kPorts[] = {
-    {"InMemory", [](const support::TemporaryFolder&) { return qvr::makeInMemoryKeychain(); }},
+    {"InMemory",
+     [](const support::TemporaryFolder&, auto*) { return qvr::makeInMemoryKeychain(); }},
     {"EncryptedFileWithKeyFile",
-     [](const support::TemporaryFolder& folder) {
+     [](const support::TemporaryFolder& folder, auto*) {
        return qvr::makeEncryptedFileKeychain(
            {folder.file("keychain"), folder.file("key"), std::nullopt});
      }},
     {"EncryptedFileWithPassphrase",
-     [](const support::TemporaryFolder& folder) -> qvr::Ref<KeychainItems> {
+     [](const support::TemporaryFolder& folder, auto*) -> qvr::Ref<KeychainItems> {
        qvr::EncryptedFileKeychain::Tuning tuning;
        tuning.passphraseCost = kCheapPassphrase;
        return qvr::makeRef<qvr::EncryptedFileKeychain>(
@@ -39,18 +35,10 @@ const Port kPorts[] = {
      }},
 };
 
-class KeychainContractTest : public testing::TestWithParam<Port> {
- protected:
-  std::vector<KeychainItemName> list() const {
-    std::vector<KeychainItemName> names;
-    EXPECT_EQ(keychain_->list(&names), qvr::errSecSuccess);
-    return names;
-  }
-
-  const support::TemporaryFolder folder_;
-  const qvr::Ref<KeychainItems> keychain_ = GetParam().make(folder_);
-  const Item item_{*keychain_};
-};
+// Services end as those of the library's keychain store do: a port may list only those.
+std::string service(const std::string& name) {
+  return name.empty() ? "OAuth2Token" : name + ".OAuth2Token";
+}
 
 TEST_P(KeychainContractTest, ReadsWhatWasAdded) {
   ASSERT_EQ(item_.add("secret"), qvr::errSecSuccess);
@@ -77,7 +65,7 @@ TEST_P(KeychainContractTest, MissingItemIsNotFound) {
 
 TEST_P(KeychainContractTest, MissingItemBesideAnotherIsNotFound) {
   ASSERT_EQ(item_.add("secret"), qvr::errSecSuccess);
-  const Item other{*keychain_, "Google", "USER@example.com"};
+  const Item other{*keychain_, "Google.OAuth2Token", "USER@example.com"};
   EXPECT_EQ(other.probe(), qvr::errSecItemNotFound);
   EXPECT_EQ(other.text(), "status -25300");
   EXPECT_EQ(other.update("x"), qvr::errSecItemNotFound);
@@ -124,19 +112,19 @@ TEST_P(KeychainContractTest, PresenceIsToldWithoutData) {
 
 TEST_P(KeychainContractTest, AnyTextNamesAnItem) {
   const KeychainItemName names[] = {
-      {"", ""},
-      {"a", "bc"},
-      {"ab", "c"},
-      {"svc", "with spaces and / slashes/../.."},
-      {"svc", "Jürgen@bücher.example"},
-      {"svc", std::string(1000, 'x')},
-      {std::string(1000, 'y'), std::string("\0.\n\xff", 4)},
+      {service(""), ""},
+      {service("a"), "bc"},
+      {service("ab"), "c"},
+      {service("svc"), "with spaces and / slashes/../.."},
+      {service("svc"), "Jürgen@bücher.example"},
+      {service("svc"), std::string(1000, 'x')},
+      {service(std::string(1000, 'y')), "'quotes' \"double\"\n"},
   };
-  for (const auto& [service, account] : names) {
-    ASSERT_EQ((Item{*keychain_, service, account}.add(service + "|" + account)), 0);
+  for (const auto& [itsService, account] : names) {
+    ASSERT_EQ((Item{*keychain_, itsService, account}.add(itsService + "|" + account)), 0);
   }
-  for (const auto& [service, account] : names) {
-    EXPECT_EQ((Item{*keychain_, service, account}.text()), service + "|" + account);
+  for (const auto& [itsService, account] : names) {
+    EXPECT_EQ((Item{*keychain_, itsService, account}.text()), itsService + "|" + account);
   }
   std::vector<KeychainItemName> sorted(std::begin(names), std::end(names));
   std::ranges::sort(sorted);
@@ -144,11 +132,11 @@ TEST_P(KeychainContractTest, AnyTextNamesAnItem) {
 }
 
 TEST_P(KeychainContractTest, ListsSortedByServiceAndAccount) {
-  for (const auto& [service, account] :
-       {std::pair{"b", "2"}, {"a", "9"}, {"b", "1"}, {"a", "10"}}) {
-    ASSERT_EQ((Item{*keychain_, service, account}.add("x")), qvr::errSecSuccess);
+  for (const auto& [name, account] : {std::pair{"b", "2"}, {"a", "9"}, {"b", "1"}, {"a", "10"}}) {
+    ASSERT_EQ((Item{*keychain_, service(name), account}.add("x")), qvr::errSecSuccess);
   }
-  const std::vector<KeychainItemName> expected = {{"a", "10"}, {"a", "9"}, {"b", "1"}, {"b", "2"}};
+  const std::vector<KeychainItemName> expected = {
+      {service("a"), "10"}, {service("a"), "9"}, {service("b"), "1"}, {service("b"), "2"}};
   EXPECT_EQ(list(), expected);
 }
 
@@ -229,7 +217,7 @@ TEST_P(KeychainContractTest, ReadersSeeWholeValuesWhileOthersWrite) {
 TEST_P(KeychainContractTest, ThreadsWithItemsOfTheirOwnDoNotDisturbEachOther) {
   std::atomic<int> wrong{0};
   onThreads(4, [&](int index) {
-    const Item own{*keychain_, "svc", std::to_string(index)};
+    const Item own{*keychain_, service("svc"), std::to_string(index)};
     for (int turn = 0; turn < 5; ++turn) {
       const std::string value = std::to_string(index * 100 + turn);
       if (own.add(value) != 0 || own.text() != value || own.remove() != 0) ++wrong;
@@ -240,6 +228,19 @@ TEST_P(KeychainContractTest, ThreadsWithItemsOfTheirOwnDoNotDisturbEachOther) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Ports, KeychainContractTest, testing::ValuesIn(kPorts),
+                         [](const auto& port) { return port.param.name; });
+
+// Names that are no text, for the ports that need not write them as such.
+class KeychainBytesTest : public KeychainContractTest {};
+
+TEST_P(KeychainBytesTest, AnyBytesNameAnItem) {
+  const Item odd{*keychain_, std::string("\0\x80", 2), std::string("\0.\n\xff", 4)};
+  ASSERT_EQ(odd.add("secret"), qvr::errSecSuccess);
+  EXPECT_EQ(odd.text(), "secret");
+  EXPECT_EQ(list(), (std::vector<KeychainItemName>{{odd.service, odd.account}}));
+}
+
+INSTANTIATE_TEST_SUITE_P(Ports, KeychainBytesTest, testing::ValuesIn(kPorts),
                          [](const auto& port) { return port.param.name; });
 
 TEST(KeychainStatusMessageTest, EveryStatusOfThePortsHasItsSentence) {

@@ -52,11 +52,49 @@ struct EncryptedFileKeychainOptions {
 // One sealed file per item. Writes are atomic and durable, and safe between processes.
 QVR_EXPORT Ref<KeychainItems> makeEncryptedFileKeychain(EncryptedFileKeychainOptions options);
 
+// How the Secret Service is spoken to. Every call over the bus has a deadline of its own.
+struct SecretServiceOptions {
+  // The bus, as D-Bus addresses are written; empty for the session's own
+  // ($DBUS_SESSION_BUS_ADDRESS, else the socket "bus" in $XDG_RUNTIME_DIR).
+  std::string busAddress{};
+
+  // Seconds for each call, and seconds for the user to answer when the keyring asks to be unlocked.
+  double callTimeoutSeconds = 10;
+  double promptTimeoutSeconds = 60;
+
+  // False: a locked keyring is not asked about, and is errSecInteractionNotAllowed at once.
+  bool mayPrompt = true;
+
+  // Called on the calling thread when the user is being asked to unlock, before the wait for it.
+  std::function<void()> promptIsShown{};
+};
+
+// The keyring of the desktop, by the freedesktop Secret Service API: GNOME Keyring, KWallet,
+// KeePassXC. An item carries the attributes "service" and "account", by which other clients find it
+// too. libsystemd is loaded with the first operation. Without it, without a bus, without a service
+// or without a default keyring every operation answers errSecNotAvailable; a locked keyring that
+// nobody unlocks is errSecInteractionNotAllowed, or errSecUserCanceled when the user said no.
+QVR_EXPORT Ref<KeychainItems> makeSecretServiceKeychain(SecretServiceOptions options = {});
+
+// What there is of a Secret Service, found out without unlocking or changing anything.
+struct SecretServiceState {
+  enum class Kind {
+    kReady,   // there is one, and its default keyring is open
+    kLocked,  // there is one, and its default keyring has to be unlocked first
+    kAbsent,  // no operation would succeed; `reason` says why
+  };
+  Kind kind = Kind::kAbsent;
+  std::string reason{};  // a sentence; empty when ready
+};
+QVR_EXPORT SecretServiceState examineSecretService(const SecretServiceOptions& options = {});
+
 // Items that live as long as the object.
 QVR_EXPORT Ref<KeychainItems> makeInMemoryKeychain();
 
-// Opens URLs with the desktop's default handler: true when there is one, it was started, and it did
-// not fail within 200 ms.
+// Opens web addresses in the user's default browser: by the desktop's portal in a sandbox, else by
+// xdg-open, else by $BROWSER. True when there is one, it was started, and it did not fail within
+// 200 ms. Where the desktop names no browser, $BROWSER comes first, and xdg-open, which then looks
+// for one in many places, has three seconds to fail.
 QVR_EXPORT Ref<Workspace> makeWorkspace();
 
 // The system's secure generator.

@@ -31,7 +31,7 @@ inline qvr::KeychainQuery dataOf(std::string_view text) {
 // The operations, for one item, on text.
 struct Item {
   qvr::KeychainItems& keychain;
-  std::string service = "Google";
+  std::string service = "Google.OAuth2Token";
   std::string account = "user@example.com";
 
   qvr::KeychainQuery query() const { return itemNamed(service, account); }

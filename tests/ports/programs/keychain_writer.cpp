@@ -1,9 +1,11 @@
-// A process that writes into an encrypted file keychain, for the tests that kill it or race it.
+// A process that writes into a keychain, for the tests that kill it or race it.
 //
 //   keychain_writer store DIRECTORY KEYFILE MICROSECONDS
 //       stores two values in turn until SIGKILL comes, which it has the kernel send after the time
 //   keychain_writer add DIRECTORY KEYFILE VALUE
 //       waits for the end of its input, adds the item, and prints the status
+//   keychain_writer add-to-secret-service BUS-ADDRESS SERVICE VALUE
+//       the same, in a Secret Service
 
 #include <signal.h>
 #include <time.h>
@@ -55,6 +57,10 @@ int add(const Item& item, std::string_view value) {
 
 int main(int argc, char** argv) {
   if (argc != 5) return EXIT_FAILURE;
+  if (std::string_view(argv[1]) == "add-to-secret-service") {
+    const auto service = qvr::makeSecretServiceKeychain({.busAddress = argv[2]});
+    return add(Item{*service, argv[3]}, argv[4]);
+  }
   const auto keychain = qvr::makeEncryptedFileKeychain({argv[2], argv[3], std::nullopt});
   const Item item{*keychain};
   if (std::string_view(argv[1]) == "store") return store(item, std::atol(argv[4]));
