@@ -3,23 +3,14 @@
 #include <string>
 #include <vector>
 
-#include "QVROAuth2Client/QVROAuth2Keychain.h"
-#include "QVROAuth2Client/QVROAuth2Provider.h"
 #include "host/Command.h"
 #include "host/Console.h"
 #include "host/Messages.h"
+#include "host/Record.h"
 #include "host/Setup.h"
 
 namespace host {
 namespace {
-
-// The provider whose items have this service name; empty for other programs' items.
-std::string_view providerOfService(const std::string& service) {
-  for (const std::string_view provider : {QVROAuth2ProviderGoogle, QVROAuth2ProviderMicrosoft}) {
-    if (service == QVROAuth2Keychain::serviceNameForService(provider)) return provider;
-  }
-  return {};
-}
 
 std::string lines(const std::vector<qvr::KeychainItemName>& names) {
   std::vector<std::string> accounts;

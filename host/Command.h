@@ -37,8 +37,27 @@ int token(const Configuration& configuration, const TokenOptions& options);
 int accounts(const Configuration& configuration);
 int signOut(const Configuration& configuration, const Account& account, bool localOnly);
 
+// Carries all tokens over to the keychain of the name ("secret-service" or "file"), verifies them
+// there, makes it the configuration's, and only then removes them from the old one.
+int moveKeychain(const Configuration& configuration, const std::string& keychain);
+
 // These need no keychain and no library set-up.
 int openURL(const std::string& url);
+int registerSchemes(const Configuration& configuration);
+int unregisterSchemes(const Configuration& configuration);
+
+// Takes redirects under the bus name for which the session bus started this process, hands each to
+// the sign-in that waits for it, and ends when none has come for a while.
+int activate(const std::string& busName);
+
+// Checks what signing in needs, a line each, and ends with kDone only without problems. The
+// configuration may be missing or faulty: that is one of the checks.
+struct DoctorOptions {
+  std::string configurationPath{};
+  bool asJSON = false;
+  int passphraseDescriptor = -1;  // as in Configuration::Keychain
+};
+int doctor(const DoctorOptions& options);
 int config(const std::string& configurationPath);
 int showConfiguration(const Configuration& configuration);
 int version();

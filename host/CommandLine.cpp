@@ -1,5 +1,6 @@
 #include "host/CommandLine.h"
 
+#include <fcntl.h>
 #include <strings.h>
 
 #include <CLI/CLI.hpp>
@@ -10,9 +11,9 @@
 #include <vector>
 
 #include "QVROAuth2Client/QVROAuth2Provider.h"
-#include "QVROAuth2Client/platform/URL.h"
 #include "host/Command.h"
 #include "host/Console.h"
+#include "host/KeychainMove.h"
 #include "host/Setup.h"
 #include "host/Signals.h"
 
@@ -27,13 +28,17 @@ constexpr double kLongestTimeoutSeconds = 24 * 60 * 60;
 
 struct Arguments {
   std::string configurationPath;
+  std::optional<int> passphraseDescriptor;
   Account account;
   SignInOptions signIn;
   bool noBrowser = false;
   bool forceRefresh = false;
   bool localOnly = false;
   bool show = false;
+  bool asJSON = false;
   std::string url;
+  std::string busName;
+  std::string keychain;
 };
 
 Failure usage(std::string sentence) {
@@ -49,17 +54,9 @@ std::optional<std::string> providerNamed(const std::string& text) {
   return std::nullopt;
 }
 
-// True for UTF-8 without control characters: what names, scopes and hints are made of. The URL's
-// percent decoding knows what UTF-8 is.
+// True for UTF-8 without control characters: what names, scopes and hints are made of.
 bool isText(const std::string& text) {
-  constexpr char kHexDigits[] = "0123456789ABCDEF";
-  std::string escaped = "x:/";
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    escaped += {'%', kHexDigits[byte >> 4], kHexDigits[byte & 15]};
-  }
-  const auto url = qvr::URL::URLWithString(escaped);
-  return url && url->path() && printable(text) == text;
+  return isUTF8(text) && printable(text) == text;
 }
 
 void addAccount(CLI::App& command, Arguments& arguments) {
@@ -80,6 +77,24 @@ void addSignIn(CLI::App& application, Arguments& arguments) {
   command->add_flag("--no-browser", arguments.noBrowser, "Only print the URL to open");
 }
 
+// The commands about the desktop: its keyring and the URLs it hands over.
+void addDesktop(CLI::App& application, Arguments& arguments) {
+  CLI::App* const keychain = application.add_subcommand("keychain", "Where tokens are kept");
+  keychain->require_subcommand(1);
+  keychain->add_subcommand("move", "Carry all tokens over to the other keychain, and use that")
+      ->add_option("KEYCHAIN", arguments.keychain, "secret-service or file")
+      ->required();
+  application.add_subcommand("register", "Have the desktop hand redirects to this command");
+  application.add_subcommand("unregister", "Undo what register did");
+  application.add_subcommand("doctor", "Check everything that signing in needs")
+      ->add_flag("--json", arguments.asJSON, "Print the checks as JSON");
+  // Run by the session bus, by the file that `register` writes; no command for people.
+  application.add_subcommand("activate", "")
+      ->group("")
+      ->add_option("NAME", arguments.busName)
+      ->required();
+}
+
 void addOthers(CLI::App& application, Arguments& arguments) {
   application
       .add_subcommand("open-url", "Hand a redirect to the waiting sign-in (for the desktop)")
@@ -94,6 +109,7 @@ void addOthers(CLI::App& application, Arguments& arguments) {
       application.add_subcommand("sign-out", "Revoke the grant and remove what is stored");
   addAccount(*signOutCommand, arguments);
   signOutCommand->add_flag("--local", arguments.localOnly, "Remove without revoking");
+  addDesktop(application, arguments);
   application.add_subcommand("config", "Write a configuration, and say where to register")
       ->add_flag("--show", arguments.show, "Show what is in force, without secrets");
   application.add_subcommand("version", "Print the version");
@@ -130,6 +146,20 @@ std::variant<std::string, Failure> configurationPath(const Arguments& arguments)
   return *path;
 }
 
+// Looks at the descriptor before any other is opened that could take its number, and keeps it from
+// the programs that are started.
+std::optional<Failure> checkPassphraseDescriptor(const std::optional<int>& descriptor) {
+  if (!descriptor) return std::nullopt;
+  const int flags = fcntl(*descriptor, F_GETFL);
+  if (flags >= 0 && (flags & O_ACCMODE) != O_WRONLY && (flags & O_PATH) == 0) {
+    fcntl(*descriptor, F_SETFD, FD_CLOEXEC);
+    return std::nullopt;
+  }
+  return Failure{kUsage, "File descriptor " + std::to_string(*descriptor) +
+                             ", which --passphrase-fd names, is not open for reading: redirect "
+                             "something to it, as in `--passphrase-fd 3 3<FILE`."};
+}
+
 // The configuration, with its warnings said.
 std::variant<Configuration, Failure> loadConfiguration(const Arguments& arguments) {
   auto path = configurationPath(arguments);
@@ -138,6 +168,7 @@ std::variant<Configuration, Failure> loadConfiguration(const Arguments& argument
   if (auto* configuration = std::get_if<Configuration>(&result)) {
     for (const std::string& warning : configuration->warnings)
       say("warning: " + warning);
+    configuration->keychain.passphraseDescriptor = arguments.passphraseDescriptor.value_or(-1);
   }
   return result;
 }
@@ -174,10 +205,38 @@ int runWithLibrary(const std::string& command, const Arguments& arguments) {
   return accounts(configuration);
 }
 
+// The commands that need the configuration and not the library.
+int runWithConfiguration(const std::string& command, const Arguments& arguments) {
+  auto loaded = loadConfiguration(arguments);
+  if (auto* failure = std::get_if<Failure>(&loaded)) return report(*failure);
+  const auto& configuration = std::get<Configuration>(loaded);
+  if (command == "keychain") return moveKeychain(configuration, arguments.keychain);
+  if (command == "register") return registerSchemes(configuration);
+  return unregisterSchemes(configuration);
+}
+
+int runDoctor(const Arguments& arguments) {
+  auto path = configurationPath(arguments);
+  if (auto* failure = std::get_if<Failure>(&path)) return report(*failure);
+  return doctor({.configurationPath = std::get<std::string>(path),
+                 .asJSON = arguments.asJSON,
+                 .passphraseDescriptor = arguments.passphraseDescriptor.value_or(-1)});
+}
+
 int run(const std::string& command, Arguments& arguments) {
+  if (auto failure = checkPassphraseDescriptor(arguments.passphraseDescriptor))
+    return report(*failure);
   if (command == "version") return version();
   if (command == "open-url") return openURL(arguments.url);
+  if (command == "activate") return activate(arguments.busName);
   if (command == "config") return runConfig(arguments);
+  if (command == "doctor") return runDoctor(arguments);
+  if (command == "keychain" && !keychainNamed(arguments.keychain)) {
+    return report(usage("The keychain must be secret-service or file."));
+  }
+  if (command == "keychain" || command == "register" || command == "unregister") {
+    return runWithConfiguration(command, arguments);
+  }
   if (command != "accounts") {
     if (auto failure = checkAccount(arguments)) return report(*failure);
   }
@@ -203,7 +262,8 @@ Failure failureForParseError(const CLI::App& application, const CLI::ParseError&
   if (!unknown.empty()) return usage("This is not an option here:" + unknown + ".");
   if (application.get_subcommands().empty()) {
     return usage(
-        "Choose a command: sign-in, open-url, token, accounts, sign-out, config or version.");
+        "Choose a command: sign-in, open-url, token, accounts, sign-out, keychain, register, "
+        "unregister, doctor, config or version.");
   }
   if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
     return usage("There is an argument too many.");
@@ -221,6 +281,8 @@ int parseAndRun(int argc, const char* const* argv) {
   application.fallthrough();
   application.add_option("--config", arguments.configurationPath,
                          "The configuration file (default ~/.config/qvr-oauth2/config.toml)");
+  application.add_option("--passphrase-fd", arguments.passphraseDescriptor,
+                         "Read the passphrase of the encrypted files from this file descriptor");
   application.add_flag_callback(
       "--version", [] { throw CLI::CallForVersion("", kDone); }, "Print the version");
   addSignIn(application, arguments);

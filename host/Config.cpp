@@ -10,6 +10,8 @@
 #include "host/ConfigText.h"
 #include "host/Console.h"
 #include "host/FileWriting.h"
+#include "host/KeychainChoice.h"
+#include "host/Keychains.h"
 #include "host/Passphrase.h"
 
 namespace host {
@@ -18,6 +20,8 @@ namespace {
 constexpr const char* kWelcome =
     "qvr-oauth2 signs in with a registration of your own at each provider. The answers go to a\n"
     "configuration file; Enter takes what stands in [brackets].\n\n";
+
+constexpr std::string_view kAutomatic = "automatic";
 
 constexpr const char* kNextStep =
     "\nNext, sign in: `qvr-oauth2 sign-in google USER` or `qvr-oauth2 sign-in microsoft USER`.\n";
@@ -58,6 +62,11 @@ std::string problemWithProtection(std::string_view answer) {
                                                         : "must be \"key-file\" or \"passphrase\"";
 }
 
+std::string problemWithKeychain(std::string_view answer) {
+  const bool isKnown = answer == kAutomatic || answer == kSecretService || answer == kEncryptedFile;
+  return isKnown ? "" : "must be \"automatic\", \"secret-service\" or \"encrypted-file\"";
+}
+
 // Keeps the secret that is there when nothing is typed.
 std::string askSecret(const std::string& preset) {
   for (;;) {
@@ -93,6 +102,27 @@ void askForMicrosoft(Configuration& configuration) {
            configuration.microsoft.applicationIdentifier, problemWithApplicationIdentifier, true});
 }
 
+// A keychain in which there may be tokens already is not changed here: `keychain move` takes them
+// along.
+void askForKeychain(Configuration::Keychain& keychain) {
+  if (keychain.kind.empty()) {
+    show(
+        "\nTokens are kept in the desktop's keyring (secret-service) or in encrypted files of "
+        "this\n"
+        "command (encrypted-file); automatic takes the keyring where there is one.\n");
+    const std::string kind = ask({"Keychain", kAutomatic, problemWithKeychain});
+    if (kind != kAutomatic) keychain.kind = kind;
+  } else {
+    show("\nTokens stay in " + std::string(keychainName(keychain.kind)) +
+         "; `qvr-oauth2 keychain move` changes that.\n");
+  }
+  if (keychain.kind == kSecretService) return;
+  show(
+      "\nEncrypted files are sealed with a key: in a file that only you can read (key-file), or "
+      "made\nfrom a passphrase that is asked for at each use (passphrase).\n");
+  keychain.protection = ask({"Protection", keychain.protection, problemWithProtection});
+}
+
 void askForAll(Configuration& configuration) {
   show(kWelcome);
   const std::string preset = configuration.bundleIdentifier.empty()
@@ -102,11 +132,7 @@ void askForAll(Configuration& configuration) {
       ask({"Your name for this app, in reverse domain form", preset, problemWithBundleIdentifier});
   askForGoogle(configuration);
   askForMicrosoft(configuration);
-  show(
-      "\nTokens are sealed with a key: in a file that only you can read (key-file), or made from\n"
-      "a passphrase that is asked for at each use (passphrase).\n");
-  configuration.keychain.protection =
-      ask({"Protection", configuration.keychain.protection, problemWithProtection});
+  askForKeychain(configuration.keychain);
 }
 
 // True when there is no file yet, or it may go.
@@ -119,14 +145,26 @@ bool mayReplace(const std::string& path) {
 // What the answers start from: the configuration that is there, if it can be read.
 Configuration startingPoint(const std::string& path) {
   auto existing = readConfiguration(path);
-  if (auto* configuration = std::get_if<Configuration>(&existing)) return *configuration;
-  return {};
+  auto* const configuration = std::get_if<Configuration>(&existing);
+  if (configuration == nullptr) return {};
+  Configuration::Keychain& keychain = configuration->keychain;
+  if (keychain.kind.empty() && isFileKeychainInUse(keychain)) keychain.kind = kEncryptedFile;
+  return *configuration;
+}
+
+// Answering takes its time: a keychain that was chosen or changed meanwhile stays.
+void keepChoice(const std::string& path, Configuration& configuration) {
+  const auto now = readConfiguration(path);
+  const auto* const existing = std::get_if<Configuration>(&now);
+  if (existing != nullptr && !existing->keychain.kind.empty())
+    configuration.keychain.kind = existing->keychain.kind;
 }
 
 int askAndWrite(const std::string& path) {
   if (!mayReplace(path)) return report({kFailed, "Nothing was written."});
   Configuration configuration = startingPoint(path);
   askForAll(configuration);
+  keepChoice(path, configuration);
   const std::string text = configurationText(configuration);
   auto checked = parseConfiguration(text, path);
   if (auto* failure = std::get_if<Failure>(&checked)) return report(*failure);

@@ -48,15 +48,19 @@ std::string endpoints(const Configuration::Endpoints& hosts) {
 
 std::string keychainSection(const Configuration::Keychain& keychain) {
   return "\n[keychain]\n" +
-         line("kind", keychain.kind, "Where tokens are kept: one sealed file for each account.") +
+         line("kind", keychain.kind,
+              "Where tokens are kept: \"secret-service\", the desktop's keyring, or "
+              "\"encrypted-file\", a\n# sealed file for each account; empty to have the first "
+              "command choose. To change it\n# later, run `qvr-oauth2 keychain move`.") +
          line("directory", keychain.directory,
-              "The folder of the files; empty for $XDG_DATA_HOME/qvr-oauth2/items.") +
+              "The folder of the encrypted files; empty for $XDG_DATA_HOME/qvr-oauth2/items.") +
          line("key_file", keychain.keyFile,
               "The key of the files; empty for $XDG_CONFIG_HOME/qvr-oauth2/key.") +
          line("protection", keychain.protection,
               "\"key-file\", or \"passphrase\" for a key made from one instead.") +
          line("passphrase_command", keychain.passphraseCommand,
-              "A command that prints the passphrase; empty to be asked on the terminal.");
+              "A command that prints the passphrase; empty to be asked on the terminal.\n# "
+              "--passphrase-fd goes before both.");
 }
 
 }  // namespace
@@ -67,9 +71,9 @@ std::string googleInstructions(std::string_view bundleIdentifier) {
          "  1. Under \"Audience\", add the accounts you will sign in with as test users, or "
          "publish\n"
          "     the app: tokens of an app in testing end after 7 days.\n"
-         "  2. Under \"Data access\", add the scope https://mail.google.com/ (the Gmail API has "
-         "to\n"
-         "     be enabled for the project).\n"
+         "  2. Under \"Data access\", add the scopes https://mail.google.com/ (the Gmail API "
+         "has to\n"
+         "     be enabled for the project), openid and email.\n"
          "  3. Under \"Clients\", create a client of type \"iOS\", which may use a URI scheme of "
          "its\n"
          "     own. As bundle ID enter\n"
@@ -91,7 +95,8 @@ std::string microsoftInstructions(std::string_view bundleIdentifier) {
          microsoftRedirectURI(bundleIdentifier) +
          "\n"
          "  3. Under \"API permissions\", add the delegated permissions of Microsoft Graph\n"
-         "     IMAP.AccessAsUser.All, SMTP.Send and offline_access.\n"
+         "     IMAP.AccessAsUser.All, POP.AccessAsUser.All, SMTP.Send, openid, email and\n"
+         "     offline_access.\n"
          "  4. Write down the application (client) ID. There is no secret.\n";
 }
 

@@ -36,7 +36,9 @@ std::string problemWithPath(std::string_view text) {
 }
 
 std::string problemWithKind(std::string_view text) {
-  return text == "encrypted-file" ? "" : "must be \"encrypted-file\"";
+  return text == kSecretService || text == kEncryptedFile
+             ? ""
+             : "must be \"secret-service\" or \"encrypted-file\"";
 }
 
 std::string problemWithProtection(std::string_view text) {
@@ -78,7 +80,7 @@ constexpr Key kKeys[] = {
      field<&Configuration::endpoints, &Endpoints::microsoftLoginHost>, problemWithHost},
     {"endpoints", "certificate_authority_file", true,
      field<&Configuration::endpoints, &Endpoints::certificateAuthorityFile>, problemWithPath},
-    {"keychain", "kind", false, field<&Configuration::keychain, &Keychain::kind>, problemWithKind},
+    {"keychain", "kind", true, field<&Configuration::keychain, &Keychain::kind>, problemWithKind},
     {"keychain", "directory", true, field<&Configuration::keychain, &Keychain::directory>,
      problemWithPath},
     {"keychain", "key_file", true, field<&Configuration::keychain, &Keychain::keyFile>,
@@ -222,25 +224,6 @@ std::optional<std::string> contentOf(int file, off_t size) {
   return text;
 }
 
-// The text of the file; `mode` tells who may read it.
-std::variant<std::string, Failure> textOf(const std::string& path, mode_t* mode) {
-  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // no wait for a FIFO
-  if (file < 0 && errno == ENOENT) {
-    return Failure{kFailed, "There is no configuration at " + path + ": run " +
-                                configCommand(path) + " to write one."};
-  }
-  if (file < 0) return cannotRead(path, std::strerror(errno));
-  struct stat status = {};
-  const bool isReadable =
-      fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_size <= kLargestFile;
-  const auto text = isReadable ? contentOf(file, status.st_size) : std::nullopt;
-  const std::string reason = isReadable ? std::strerror(errno) : "it is not a small file";
-  close(file);
-  if (!text) return cannotRead(path, reason);
-  *mode = status.st_mode;
-  return *text;
-}
-
 }  // namespace
 
 std::optional<std::string> defaultConfigurationPath() {
@@ -265,9 +248,27 @@ std::variant<Configuration, Failure> parseConfiguration(std::string_view text,
   return configuration;
 }
 
+std::variant<std::string, Failure> readConfigurationText(const std::string& path, mode_t* mode) {
+  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // no wait for a FIFO
+  if (file < 0 && errno == ENOENT) {
+    return Failure{kFailed, "There is no configuration at " + path + ": run " +
+                                configCommand(path) + " to write one."};
+  }
+  if (file < 0) return cannotRead(path, std::strerror(errno));
+  struct stat status = {};
+  const bool isReadable =
+      fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_size <= kLargestFile;
+  const auto text = isReadable ? contentOf(file, status.st_size) : std::nullopt;
+  const std::string reason = isReadable ? std::strerror(errno) : "it is not a small file";
+  close(file);
+  if (!text) return cannotRead(path, reason);
+  *mode = status.st_mode;
+  return *text;
+}
+
 std::variant<Configuration, Failure> readConfiguration(const std::string& path) {
   mode_t mode = 0;
-  auto text = textOf(path, &mode);
+  auto text = readConfigurationText(path, &mode);
   if (auto* failure = std::get_if<Failure>(&text)) return *failure;
   auto result = parseConfiguration(std::get<std::string>(text), path);
   if (auto* configuration = std::get_if<Configuration>(&result)) {

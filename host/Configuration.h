@@ -1,6 +1,8 @@
 // The command's configuration: config.toml in the user's XDG configuration folder.
 #pragma once
 
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,6 +12,10 @@
 #include "host/Failure.h"
 
 namespace host {
+
+// The keychains that there are, as keychain.kind names them.
+inline constexpr std::string_view kSecretService = "secret-service";
+inline constexpr std::string_view kEncryptedFile = "encrypted-file";
 
 struct Configuration {
   std::string path;  // of the file it was read from
@@ -34,11 +40,14 @@ struct Configuration {
   } endpoints;
 
   struct Keychain {
-    std::string kind = "encrypted-file";
+    std::string kind;  // one of the two above; empty: not chosen yet (KeychainChoice.h)
+
+    // Of the encrypted files.
     std::string directory;                // default: $XDG_DATA_HOME/qvr-oauth2/items
     std::string keyFile;                  // default: $XDG_CONFIG_HOME/qvr-oauth2/key
     std::string protection = "key-file";  // or "passphrase"
     std::string passphraseCommand;        // prints the passphrase; asked on the terminal when empty
+    int passphraseDescriptor = -1;        // goes before the command; of the arguments, not the file
   } keychain;
 
   // What is odd about the file and no reason to stop, a sentence each.
@@ -47,6 +56,9 @@ struct Configuration {
 
 // Where the configuration lies when the user names no file; absent without a home folder.
 std::optional<std::string> defaultConfigurationPath();
+
+// The text of the file; *mode gets its mode.
+std::variant<std::string, Failure> readConfigurationText(const std::string& path, mode_t* mode);
 
 // Reads the file. Relative paths in it are resolved against its folder, and everything that is
 // there is checked, so that the library never raises on it; what is not there keeps its default.

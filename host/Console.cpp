@@ -7,6 +7,7 @@
 
 #include <cerrno>
 
+#include "QVROAuth2Client/platform/URL.h"
 #include "host/Secrets.h"
 
 namespace host {
@@ -101,6 +102,18 @@ std::string printable(std::string_view text) {
     if (isC1) ++i;
   }
   return result;
+}
+
+// The URL's percent decoding knows what UTF-8 is.
+bool isUTF8(std::string_view text) {
+  constexpr char kHexDigits[] = "0123456789ABCDEF";
+  std::string escaped = "x:/";
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    escaped += {'%', kHexDigits[byte >> 4], kHexDigits[byte & 15]};
+  }
+  const auto url = qvr::URL::URLWithString(escaped);
+  return url && url->path();
 }
 
 }  // namespace host

@@ -41,4 +41,6 @@ std::optional<std::string> readLine();
 // a server or a file says cannot move the cursor or add a line.
 std::string printable(std::string_view text);
 
+bool isUTF8(std::string_view text);
+
 }  // namespace host

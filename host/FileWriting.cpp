@@ -1,6 +1,7 @@
 #include "host/FileWriting.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -41,15 +42,15 @@ bool syncFolder(const std::string& folder) {
 
 }  // namespace
 
-std::optional<Failure> replaceFile(const std::string& path, std::string_view text) {
+std::optional<Failure> replaceFile(const std::string& path, std::string_view text, mode_t mode) {
   const std::string file = target(path);
   const std::string folder = parentFolder(file);
   if (auto failure = makeFolder(folder)) return failure;
   std::string temporary = file + ".XXXXXX";
   const Descriptor descriptor(mkostemp(temporary.data(), O_CLOEXEC));  // with mode 0600
   if (!descriptor) return cannotWrite(file);
-  if (writeAndSync(descriptor.number(), text) && rename(temporary.c_str(), file.c_str()) == 0 &&
-      syncFolder(folder)) {
+  if (fchmod(descriptor.number(), mode) == 0 && writeAndSync(descriptor.number(), text) &&
+      rename(temporary.c_str(), file.c_str()) == 0 && syncFolder(folder)) {
     return std::nullopt;
   }
   const Failure failure = cannotWrite(file);

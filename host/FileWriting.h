@@ -1,6 +1,8 @@
 // Replacing a file, all or nothing.
 #pragma once
 
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -9,8 +11,9 @@
 
 namespace host {
 
-// Writes a file with mode 0600, making its folder when there is none. At any moment the file is the
-// old one or the new one, whole, and it is durable on return. A symbolic link stays one.
-std::optional<Failure> replaceFile(const std::string& path, std::string_view text);
+// Writes a file, making its folder when there is none. At any moment the file is the old one or the
+// new one, whole, and it is durable on return. A symbolic link stays one.
+std::optional<Failure> replaceFile(const std::string& path, std::string_view text,
+                                   mode_t mode = 0600);
 
 }  // namespace host

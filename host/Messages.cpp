@@ -7,6 +7,7 @@
 #include "QVROAuth2Client/QVROAuth2Error.h"
 #include "QVROAuth2Client/platform/KeychainItems.h"
 #include "QVROAuth2Client/platform/URLSession.h"
+#include "host/Setup.h"
 
 namespace host {
 namespace {
@@ -40,6 +41,24 @@ constexpr Hint kKeychainHints[] = {
      "The keychain's folder is damaged: restore it, or choose another one under [keychain] in the "
      "configuration and sign in again."},
     {qvr::errSecInteractionNotAllowed, "The keychain is locked: unlock it and try again."},
+};
+
+// What is different about the desktop's keyring.
+constexpr Hint kKeyringHints[] = {
+    {qvr::errSecIO,
+     "The desktop's keyring did not do what it was asked: look into it with its own program, and "
+     "try again."},
+    {qvr::errSecUserCanceled,
+     "The desktop's keyring was not unlocked: run the command again and unlock it."},
+    {qvr::errSecNotAvailable,
+     "The desktop's keyring, where tokens are kept, does not answer: log in to the desktop or "
+     "start "
+     "its keyring, and try again. While it is there, `qvr-oauth2 keychain move file` moves the "
+     "tokens to files, which need no desktop."},
+    {qvr::errSecInteractionNotAllowed,
+     "The desktop's keyring is locked and nobody could be asked to unlock it: unlock it on the "
+     "desktop and try again. While it is open, `qvr-oauth2 keychain move file` moves the tokens to "
+     "files, which need no desktop."},
 };
 
 constexpr Hint kTransportHints[] = {
@@ -131,13 +150,17 @@ string protocolSentence(const qvr::Error& error, const Account& account, QVROAut
   return sentence + (hint != nullptr ? hint : "Trying again will not help.");
 }
 
-string keychainSentence(const qvr::Error& error, const Account& account) {
+string keychainSentence(const qvr::Error& error, std::string_view kind, const Account& account) {
   if (error.code() == qvr::errSecItemNotFound) {
     return "Nothing is stored for " + about(account) + ". Sign in first: " + signInCommand(account);
   }
   if (error.code() == qvr::errSecDecode) {
     return "The stored item for " + about(account) +
            " is damaged. Sign in again to replace it: " + signInCommand(account);
+  }
+  if (const char* const hint = findHint(kKeyringHints, error.code());
+      hint != nullptr && kind == kSecretService) {
+    return hint;
   }
   if (const char* const hint = findHint(kKeychainHints, error.code())) return hint;
   return "The system failed with status " + std::to_string(error.code()) + ".";
@@ -188,7 +211,9 @@ string sentenceFor(const qvr::Error& error, const Account& account, QVROAuth2Adv
   if (error.domain() == QVROAuth2ErrorDomain) return protocolSentence(error, account, advice);
   if (error.domain() == QVROAuth2HTTPErrorDomain) return httpSentence(error, account, advice);
   if (error.domain() == qvr::NSURLErrorDomain) return transportSentence(error, account);
-  if (error.domain() == qvr::NSOSStatusErrorDomain) return keychainSentence(error, account);
+  if (error.domain() == qvr::NSOSStatusErrorDomain) {
+    return keychainSentence(error, keychainKind(), account);
+  }
   if (error.domain() == qvr::NSCocoaErrorDomain) return cocoaSentence(error, account);
   return "The command failed (" + withCode(error) + ").";
 }
@@ -212,6 +237,12 @@ int exitStatusForError(const qvr::ErrorPtr& error) {
 Failure failureForError(const qvr::ErrorPtr& error, const Account& account) {
   if (!error) return {kFailed, "The command failed for an unknown reason."};
   return {exitStatusForError(error), sentenceFor(*error, account, QVROAuth2AdviceForError(error))};
+}
+
+Failure failureForKeychainStatus(std::int32_t status, std::string_view kind,
+                                 const Account& account) {
+  const auto error = qvr::Error::errorWithDomain(qvr::NSOSStatusErrorDomain, status);
+  return {exitStatusForError(error), keychainSentence(*error, kind, account)};
 }
 
 string shellQuoted(std::string_view text) {

@@ -2,6 +2,7 @@
 // exit status that QVROAuth2AdviceForError() stands for.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -17,6 +18,10 @@ int exitStatusForError(const qvr::ErrorPtr& error);
 // What happened and what to do about it, for an account. What a provider says is cut to a few
 // hundred characters; the body of an answer is never shown.
 Failure failureForError(const qvr::ErrorPtr& error, const Account& account);
+
+// The same for a status of a keychain of the kind (see Keychains.h).
+Failure failureForKeychainStatus(std::int32_t status, std::string_view kind,
+                                 const Account& account = {});
 
 // The text as one word of a shell command, quoted where it has to be.
 std::string shellQuoted(std::string_view text);

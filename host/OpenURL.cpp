@@ -1,54 +1,48 @@
 // `open-url`: what the desktop runs when the browser is redirected. It hands the redirect to the
-// sign-in that waits for it. The query of the URL holds a code, so no message repeats it.
+// sign-in that waits for it.
+#include <unistd.h>
+
+#include <cerrno>
+#include <optional>
+
 #include "host/Command.h"
 #include "host/Console.h"
 #include "host/Paths.h"
 #include "host/RedirectSocket.h"
-#include "host/SignInState.h"
+#include "host/Redirects.h"
+#include "host/WithoutEcho.h"
 
 namespace host {
-
 namespace {
 
-constexpr const char* kSignInAgain =
-    " Run `qvr-oauth2 sign-in` again and use the address it prints.";
-
-int reportDelivery(RedirectAnswer answer) {
-  const auto failed = [](const std::string& sentence) { return report({kFailed, sentence}); };
-  switch (answer) {
-    case RedirectAnswer::kAccepted:
-      say("The redirect was handed to the sign-in that waits for it.");
-      return kDone;
-    case RedirectAnswer::kNotThisSignIn:
-      return failed("The redirect belongs to another sign-in and was not used.");
-    case RedirectAnswer::kRefused:
-      return failed("The sign-in that waits cannot use this address: it is not its redirect URI.");
-    case RedirectAnswer::kNobodyWaiting:
-      return failed(std::string("No sign-in waits for this redirect: it has ended, was cancelled, "
-                                "or has been answered already.") +
-                    kSignInAgain);
-    case RedirectAnswer::kNoAnswer:
-      return failed(std::string("The sign-in that waits for this redirect does not answer.") +
-                    kSignInAgain);
+// The first line of standard input, up to one byte more than the longest redirect; without the
+// white space behind it.
+std::string urlFromInput() {
+  std::optional<WithoutEcho> silence;  // it holds a code
+  if (isTerminal(STDIN_FILENO)) silence.emplace(STDIN_FILENO);
+  std::string url;
+  char buffer[16384];
+  while (url.size() <= kMaximumRedirectSize && url.find('\n') == std::string::npos) {
+    const ssize_t count = read(STDIN_FILENO, buffer, sizeof buffer);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) break;
+    url.append(buffer, static_cast<std::size_t>(count));
   }
-  return kFailed;
+  url.resize(url.substr(0, url.find('\n')).find_last_not_of(" \t\r") + 1);
+  return url;
 }
 
 }  // namespace
 
-int openURL(const std::string& url) {
-  if (url.size() > kMaximumRedirectSize)
-    return report({kFailed, "The address is longer than 1 MiB, which no redirect is."});
-  const auto parsed = qvr::URL::URLWithString(url);
-  if (!parsed || !parsed->scheme())
-    return report({kFailed, "That is not a URL: open-url takes the address of a redirect."});
-  const auto state = stateInURL(*parsed);
-  if (!state)
-    return report(
-        {kFailed, "The address carries no state, so it belongs to no sign-in: nothing was done."});
-  const std::string folder = runtimeFolder();
-  if (const auto failure = makePrivateFolder(folder)) return report(*failure);
-  return reportDelivery(sendRedirect(folder, *state, url));
+int openURL(const std::string& argument) {
+  const Delivery delivery =
+      deliverRedirect(argument == "-" ? urlFromInput() : argument, runtimeFolder());
+  if (!delivery.isDone) {
+    sayThatRedirectFailed(delivery.sentence);
+    return kFailed;
+  }
+  say(delivery.sentence);
+  return kDone;
 }
 
 }  // namespace host

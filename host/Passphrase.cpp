@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstring>
 
 #include "host/Descriptor.h"
 #include "host/Signals.h"
@@ -52,6 +53,24 @@ bool readUntilEnd(int descriptor, int interruption, Clock::time_point deadline, 
     if (count > 0) text->append(buffer, static_cast<std::size_t>(count));
     if (oneLine && text->find('\n') != std::string::npos) return true;
   }
+  return false;
+}
+
+// Reads the first line a byte at a time, so that nothing behind it is consumed. False, with errno
+// set, when it cannot be read.
+bool readFirstLine(int descriptor, Clock::time_point deadline, std::string* line) {
+  while (line->size() < kLongestPassphrase) {
+    if (!waitUntilReadable(descriptor, -1, deadline)) {
+      errno = ETIMEDOUT;
+      return false;
+    }
+    char byte = 0;
+    const ssize_t count = read(descriptor, &byte, 1);
+    if (count < 0 && errno != EINTR && errno != EAGAIN) return false;
+    if (count == 0 || (count > 0 && byte == '\n')) return true;
+    if (count > 0) *line += byte;
+  }
+  errno = EMSGSIZE;
   return false;
 }
 
@@ -144,6 +163,19 @@ std::variant<std::string, Failure> askHidden(std::string_view prompt) {
   return firstLine(text);
 }
 
+std::variant<std::string, Failure> readPassphrase(int descriptor) {
+  const auto failure = [descriptor](const std::string& what) {
+    return Failure{kFailed, "The passphrase " + what + " file descriptor " +
+                                std::to_string(descriptor) + ": check --passphrase-fd."};
+  };
+  const auto deadline = Clock::now() + std::chrono::seconds(kDeadlineSeconds);
+  std::string line;
+  if (!readFirstLine(descriptor, deadline, &line))
+    return failure(std::string("cannot be read (") + std::strerror(errno) + ") from");
+  if (line.empty()) return failure("must not be empty: there is an empty line, or none, on");
+  return line;
+}
+
 std::variant<std::string, Failure> obtainPassphrase(const std::string& command) {
   if (!command.empty()) return commandOutput(command);
   auto answer = askHidden("Passphrase of the keychain: ");
@@ -151,7 +183,8 @@ std::variant<std::string, Failure> obtainPassphrase(const std::string& command) 
     return Failure{failure->status,
                    failure->sentence +
                        " The keychain needs its passphrase: run the command on a "
-                       "terminal, or set passphrase_command in the configuration."};
+                       "terminal, set passphrase_command in the configuration, or give "
+                       "--passphrase-fd."};
   }
   if (std::get<std::string>(answer).empty()) {
     return Failure{kFailed, "The keychain's passphrase cannot be empty."};

@@ -68,6 +68,12 @@ std::optional<Failure> makePrivateFolder(const std::string& path) {
   if (auto failure = makeFolder(path)) return failure;
   struct stat status = {};
   if (lstat(path.c_str(), &status) != 0) return cannotMake(path);
+  return privateFolderProblem(path);
+}
+
+std::optional<Failure> privateFolderProblem(const std::string& path) {
+  struct stat status = {};
+  if (lstat(path.c_str(), &status) != 0) return std::nullopt;
   const auto refused = [&path](const char* reason) {
     return Failure{kFailed, "The folder " + path + " " + reason};
   };

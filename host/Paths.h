@@ -26,6 +26,9 @@ std::optional<Failure> makeFolder(const std::string& path);
 // others. The failure says which it is not.
 std::optional<Failure> makePrivateFolder(const std::string& path);
 
+// Why a folder that is there is not private in this sense. A missing one has no problem.
+std::optional<Failure> privateFolderProblem(const std::string& path);
+
 // `path` if it is absolute, else `path` below `folder`.
 std::string resolved(const std::string& path, const std::string& folder);
 

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "QVROAuth2Client/QVROAuth2Keychain.h"
+#include "QVROAuth2Client/QVROAuth2Provider.h"
 #include "QVROAuth2Client/QVROAuth2TokenManager.h"
 #include "host/Secrets.h"
 #include "host/Wait.h"
@@ -79,6 +80,13 @@ qvr::Ref<QVROAuth2Token> refreshRecord(const Account& account,
   auto result = outcome.wait(kRequestDeadlineSeconds);
   if (!result) task->cancel();
   return unpack(result ? std::move(*result) : Result{nullptr, requestDeadlineError()}, error);
+}
+
+std::string_view providerOfService(std::string_view service) {
+  for (const std::string_view provider : {QVROAuth2ProviderGoogle, QVROAuth2ProviderMicrosoft}) {
+    if (service == QVROAuth2Keychain::serviceNameForService(provider)) return provider;
+  }
+  return {};
 }
 
 bool canBeSent(const qvr::Text& token) {

@@ -2,6 +2,8 @@
 // every wait. Tokens that pass through here are kept out of all messages (see Secrets.h).
 #pragma once
 
+#include <string_view>
+
 #include "QVROAuth2Client/QVROAuth2Token.h"
 #include "QVROAuth2Client/platform/Error.h"
 #include "host/Command.h"
@@ -20,6 +22,9 @@ qvr::ErrorPtr removeRecord(const Account& account);
 qvr::Ref<QVROAuth2Token> refreshRecord(const Account& account,
                                        const qvr::Ref<QVROAuth2Token>& record,
                                        qvr::ErrorPtr* error);
+
+// The provider whose items have this service name; empty for other programs' items.
+std::string_view providerOfService(std::string_view service);
 
 // True when the text can stand in a form that the library sends: it raises on spaces.
 bool canBeSent(const qvr::Text& token);

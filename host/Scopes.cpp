@@ -23,10 +23,10 @@ std::string lowerCase(std::string_view text) {
 }  // namespace
 
 std::string_view defaultMailScope(std::string_view provider) {
-  if (provider == QVROAuth2ProviderGoogle) return "https://mail.google.com/";
+  if (provider == QVROAuth2ProviderGoogle) return "https://mail.google.com/ openid email";
   return "https://outlook.office.com/IMAP.AccessAsUser.All "
          "https://outlook.office.com/POP.AccessAsUser.All "
-         "https://outlook.office.com/SMTP.Send offline_access";
+         "https://outlook.office.com/SMTP.Send openid email offline_access";
 }
 
 qvr::TextSet splitScope(std::string_view scope) {

@@ -9,7 +9,8 @@
 
 namespace host {
 
-// What a mail program needs of the provider: IMAP, POP and SMTP, and at Microsoft a refresh token.
+// What a mail program needs of the provider: IMAP, POP and SMTP, at Microsoft a refresh token, and
+// to be told who signed in ("openid email", OpenID Connect Core section 5.4).
 std::string_view defaultMailScope(std::string_view provider);
 
 // The members of a list that is separated by single spaces, as the library keeps a granted scope:

@@ -9,7 +9,8 @@
 
 #include "QVROAuth2Client/QVROAuth2Host.h"
 #include "QVROAuth2Client/platform/Ports.h"
-#include "host/Passphrase.h"
+#include "host/KeychainChoice.h"
+#include "host/Keychains.h"
 #include "host/Secrets.h"
 #include "host/SignInWorkspace.h"
 #include "host/Wait.h"
@@ -21,7 +22,10 @@ namespace {
 constexpr double kIdleTimeoutSeconds = 30;
 
 struct Installed {
+  ConfigurationLock lock;
   qvr::Ref<qvr::KeychainItems> keychainItems;
+  std::string keychainKind;
+  qvr::Ref<ObservedSession> session;
   qvr::Clock clock;
 };
 
@@ -31,18 +35,16 @@ Installed& installed() {
   return instance;
 }
 
-std::variant<qvr::Ref<qvr::KeychainItems>, Failure> makeKeychain(
-    const Configuration::Keychain& keychain) {
-  qvr::EncryptedFileKeychainOptions options;
-  options.directory = keychain.directory;
-  options.keyFile = keychain.keyFile;
-  if (keychain.protection == "passphrase") {
-    auto passphrase = obtainPassphrase(keychain.passphraseCommand);
-    if (auto* failure = std::get_if<Failure>(&passphrase)) return *failure;
-    options.passphrase = std::get<std::string>(std::move(passphrase));
-    keepSecret(*options.passphrase);
-  }
-  return qvr::makeEncryptedFileKeychain(std::move(options));
+// The keychain of the configuration, with the lock that keeps it that.
+std::optional<Failure> useKeychain(Configuration configuration, Installed& things) {
+  auto lock = settleKeychain(configuration, [] { return qvr::examineSecretService(); });
+  if (auto* failure = std::get_if<Failure>(&lock)) return *failure;
+  auto keychain = makeKeychain(configuration.keychain.kind, configuration.keychain);
+  if (auto* failure = std::get_if<Failure>(&keychain)) return *failure;
+  things.lock = std::get<ConfigurationLock>(std::move(lock));
+  things.keychainItems = std::get<qvr::Ref<qvr::KeychainItems>>(std::move(keychain));
+  things.keychainKind = configuration.keychain.kind;
+  return std::nullopt;
 }
 
 qvr::Ref<qvr::URLSession> makeSession(const Configuration& configuration) {
@@ -51,12 +53,6 @@ qvr::Ref<qvr::URLSession> makeSession(const Configuration& configuration) {
   options.requestTimeoutSeconds = kRequestTimeoutSeconds;
   options.certificateAuthorityFile = configuration.endpoints.certificateAuthorityFile;
   return qvr::makeURLSession(options);
-}
-
-std::optional<Failure> checkCertificateAuthorityFile(const std::string& path) {
-  if (path.empty() || access(path.c_str(), R_OK) == 0) return std::nullopt;
-  return Failure{kFailed, "The certificate_authority_file " + path + " cannot be read (" +
-                              std::strerror(errno) + "): correct the configuration."};
 }
 
 qvr::LogSink makeLogSink() {
@@ -75,36 +71,53 @@ void describe(const Configuration& configuration, QVROAuth2Host& library) {
   library.setMicrosoftLoginHost(configuration.endpoints.microsoftLoginHost);
 }
 
-}  // namespace
-
-std::optional<Failure> installHost(const Configuration& configuration, Seams seams) {
-  if (auto failure =
-          checkCertificateAuthorityFile(configuration.endpoints.certificateAuthorityFile)) {
-    return failure;
-  }
-  keepSecret(configuration.google.clientSecret);
-  if (!seams.keychainItems) {
-    auto keychain = makeKeychain(configuration.keychain);
-    if (auto* failure = std::get_if<Failure>(&keychain)) return *failure;
-    seams.keychainItems = std::get<qvr::Ref<qvr::KeychainItems>>(std::move(keychain));
-  }
-  if (!seams.urlSession) seams.urlSession = makeSession(configuration);
-  if (!seams.workspace) seams.workspace = signInWorkspace();
-  if (!seams.clock) seams.clock = qvr::makeSystemClock();
+void install(const Configuration& configuration, const Installed& things,
+             const qvr::Ref<qvr::Workspace>& workspace) {
   QVROAuth2Host library;
   describe(configuration, library);
-  library.setKeychainItems(seams.keychainItems);
-  library.setURLSession(seams.urlSession);
-  library.setWorkspace(seams.workspace);
-  library.setClock(seams.clock);
+  library.setKeychainItems(things.keychainItems);
+  library.setURLSession(things.session);
+  library.setWorkspace(workspace);
+  library.setClock(things.clock);
   library.setLogSink(makeLogSink());
   library.install();
-  installed() = {std::move(seams.keychainItems), std::move(seams.clock)};
+}
+
+}  // namespace
+
+std::optional<Failure> certificateAuthorityProblem(const Configuration& configuration) {
+  const std::string& path = configuration.endpoints.certificateAuthorityFile;
+  if (path.empty() || access(path.c_str(), R_OK) == 0) return std::nullopt;
+  return Failure{kFailed, "The certificate_authority_file " + path + " cannot be read (" +
+                              std::strerror(errno) + "): correct the configuration."};
+}
+
+std::optional<Failure> installHost(const Configuration& configuration, Seams seams) {
+  if (auto failure = certificateAuthorityProblem(configuration)) return failure;
+  keepSecret(configuration.google.clientSecret);
+  Installed things;
+  things.keychainItems = std::move(seams.keychainItems);
+  if (!things.keychainItems) {
+    if (auto failure = useKeychain(configuration, things)) return failure;
+  }
+  if (!seams.urlSession) seams.urlSession = makeSession(configuration);
+  things.session = qvr::makeRef<ObservedSession>(std::move(seams.urlSession));
+  things.clock = seams.clock ? std::move(seams.clock) : qvr::makeSystemClock();
+  install(configuration, things, seams.workspace ? seams.workspace : signInWorkspace());
+  installed() = std::move(things);
   return std::nullopt;
 }
 
 qvr::Ref<qvr::KeychainItems> keychainItems() {
   return installed().keychainItems;
+}
+
+const std::string& keychainKind() {
+  return installed().keychainKind;
+}
+
+qvr::Ref<ObservedSession> urlSession() {
+  return installed().session;
 }
 
 qvr::Date now() {

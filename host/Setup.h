@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <string>
 
 #include "QVROAuth2Client/platform/Date.h"
 #include "QVROAuth2Client/platform/KeychainItems.h"
@@ -9,6 +10,7 @@
 #include "QVROAuth2Client/platform/Workspace.h"
 #include "host/Configuration.h"
 #include "host/Failure.h"
+#include "host/ObservedSession.h"
 
 namespace host {
 
@@ -20,13 +22,19 @@ struct Seams {
   qvr::Clock clock;
 };
 
-// Installs the configuration: registrations, endpoints, keychain (asking for its passphrase when it
-// has one), a session with the command's deadlines, and a log that shows no secret. Nothing is
-// installed when it fails.
+// Installs the configuration: registrations, endpoints, keychain (chosen on first use, and asking
+// for its passphrase when it has one), a session with the command's deadlines, and a log that shows
+// no secret. Nothing is installed when it fails. The configuration's lock is held from here on.
 std::optional<Failure> installHost(const Configuration& configuration, Seams seams = {});
 
-// The keychain items and the clock that were installed.
+// Why the certificate authority that the configuration names, if any, cannot be read.
+std::optional<Failure> certificateAuthorityProblem(const Configuration& configuration);
+
+// The keychain items, the kind of keychain that they are of (empty for those of the seams), the
+// session and the clock that were installed.
 qvr::Ref<qvr::KeychainItems> keychainItems();
+const std::string& keychainKind();
+qvr::Ref<ObservedSession> urlSession();
 qvr::Date now();
 
 }  // namespace host

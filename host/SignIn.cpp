@@ -6,10 +6,12 @@
 
 #include "QVROAuth2Client/QVRGoogleOAuth2PublicClient.h"
 #include "QVROAuth2Client/QVRMicrosoftOAuth2PublicClient.h"
-#include "QVROAuth2Client/QVROAuth2Keychain.h"
 #include "QVROAuth2Client/QVROAuth2Provider.h"
 #include "QVROAuth2Client/platform/Ports.h"
+#include "host/ApplicationIdentifier.h"
 #include "host/Console.h"
+#include "host/IdentityToken.h"
+#include "host/KeychainTrial.h"
 #include "host/Messages.h"
 #include "host/Paths.h"
 #include "host/Record.h"
@@ -35,18 +37,26 @@ qvr::Ref<QVROAuth2PublicClient> makeMicrosoftClient(const SignInOptions& options
   return client;
 }
 
-using RecordOrFailure = std::variant<qvr::Ref<QVROAuth2Token>, Failure>;
+// A record fresh from the provider, and whom the browser signed in, as far as the provider says.
+struct SignedIn {
+  qvr::Ref<QVROAuth2Token> record;
+  std::vector<std::string> accountNames;
+};
 
-// A record fresh from the provider; nothing is stored.
-RecordOrFailure obtainRecord(const SignInOptions& options, const SignInEnvironment& environment) {
+// Nothing is stored.
+std::variant<SignedIn, Failure> obtainRecord(const SignInOptions& options,
+                                             const SignInEnvironment& environment) {
   const qvr::Ref<QVROAuth2PublicClient> client = makeSignInClient(options);
   const auto code = authorize(client, options, environment);
   if (const auto* failure = std::get_if<Failure>(&code)) return *failure;
-  const auto answer =
+  const auto result =
       exchangeCode(*client, std::get<std::string>(code), options.account, environment.signals);
-  if (const auto* failure = std::get_if<Failure>(&answer)) return *failure;
-  return recordFromAnswer(*std::get<qvr::Ref<QVROAuth2AccessTokenResponse>>(answer),
-                          requestedScope(options), options.account, now());
+  if (const auto* failure = std::get_if<Failure>(&result)) return *failure;
+  const auto& answer = std::get<TokenAnswer>(result);
+  const auto record =
+      recordFromAnswer(*answer.response, requestedScope(options), options.account, now());
+  if (const auto* failure = std::get_if<Failure>(&record)) return *failure;
+  return SignedIn{std::get<qvr::Ref<QVROAuth2Token>>(record), answer.accountNames};
 }
 
 }  // namespace
@@ -62,22 +72,10 @@ std::string requestedScope(const SignInOptions& options) {
   return options.scope.value_or(std::string(defaultMailScope(options.account.provider)));
 }
 
-std::optional<Failure> keychainProblem(const Account& account) {
-  // An item of no account, under a name that no other process uses at the same time.
-  constexpr const char* kService = "SignInCheck";
-  const std::string item = std::to_string(getpid());
-  const auto keychain = QVROAuth2Keychain::defaultOAuth2Keychain();
-  qvr::ErrorPtr error;
-  if (keychain->setPasswordData({0}, kService, item, &error) &&
-      keychain->removePasswordDataForService(kService, item, &error))
-    return std::nullopt;
-  return failureForError(error, account);
-}
-
 int runSignIn(const SignInOptions& options, const SignInEnvironment& environment) {
-  const RecordOrFailure result = obtainRecord(options, environment);
+  const auto result = obtainRecord(options, environment);
   if (const auto* failure = std::get_if<Failure>(&result)) return report(*failure);
-  const auto& record = std::get<qvr::Ref<QVROAuth2Token>>(result);
+  const auto& [record, accountNames] = std::get<SignedIn>(result);
   // A keychain may ask the user for something; who does not want to answer can leave.
   const TerminationAllowed allowed;
   if (const qvr::ErrorPtr error = storeRecord(options.account, record)) {
@@ -91,19 +89,22 @@ int runSignIn(const SignInOptions& options, const SignInEnvironment& environment
   for (const std::string& warning :
        warningsAboutRecord(*record, requestedScope(options), options.account))
     say(warning);
+  if (const auto warning = warningAboutAccount(accountNames, options.account)) say(*warning);
   return kDone;
 }
 
 int signIn(const Configuration& configuration, const SignInOptions& options) {
   if (const auto failure = registrationProblem(configuration, options.account.provider))
     return report(*failure);
-  if (const auto failure = keychainProblem(options.account)) return report(*failure);
+  if (const auto failure = keychainProblem(*keychainItems(), keychainKind()))
+    return report(*failure);
   blockTerminationSignals();  // no thread has been started yet: the library does so when it must
   const SignalWatch signals;
   return runSignIn(options, {.browser = qvr::makeWorkspace(),
                              .runtimeFolder = runtimeFolder(),
                              .input = STDIN_FILENO,
-                             .signals = signals.fileDescriptor()});
+                             .signals = signals.fileDescriptor(),
+                             .busName = applicationIdentifier(configuration)});
 }
 
 }  // namespace host

@@ -1,6 +1,6 @@
 // How `sign-in` is put together; signIn() of Command.h runs it with the process's own streams.
 //
-//   keychainProblem()     before anything else: would the token find a place?
+//   keychainProblem()     (KeychainTrial.h) before anything else: would the token find a place?
 //   authorize()           the browser's part, up to the authorization code
 //   exchangeCode()        the code against the provider's answer
 //   recordFromAnswer()    the answer as a record, checked
@@ -30,14 +30,11 @@ struct SignInEnvironment {
   std::string runtimeFolder;         // where the redirect's socket is put
   int input = STDIN_FILENO;          // where a redirect may be pasted
   int signals = -1;                  // readable when the user wants to stop; see takeSignal()
+  std::string busName{};             // under which redirects come over the session bus; or empty
 };
 
 // Signs in, from the client to the stored record, and says so. Returns an ExitStatus.
 int runSignIn(const SignInOptions& options, const SignInEnvironment& environment);
-
-// Why a new record could not be stored, found out by storing something, before the user takes the
-// trouble to sign in.
-std::optional<Failure> keychainProblem(const Account& account);
 
 // The scope that the options ask for: theirs, or the provider's default.
 std::string requestedScope(const SignInOptions& options);
@@ -45,16 +42,23 @@ std::string requestedScope(const SignInOptions& options);
 // The provider's client with the scope and the hints of the options.
 qvr::Ref<QVROAuth2PublicClient> makeSignInClient(const SignInOptions& options);
 
-// Sends the user to the browser and waits for the redirect: from the desktop by way of the socket,
-// or pasted. The result is a code that can be exchanged. Everything runs on the calling thread.
+// Sends the user to the browser and waits for the redirect: from the desktop over the session bus
+// or by way of the socket, or pasted. The result is a code that can be exchanged. Everything runs
+// on the calling thread.
 std::variant<std::string, Failure> authorize(const qvr::Ref<QVROAuth2PublicClient>& client,
                                              const SignInOptions& options,
                                              const SignInEnvironment& environment);
 
+// The provider's answer, and the names that its ID token gives the account, if there is one.
+struct TokenAnswer {
+  qvr::Ref<QVROAuth2AccessTokenResponse> response;
+  std::vector<std::string> accountNames;
+};
+
 // Exchanges the code. A signal cancels it.
-std::variant<qvr::Ref<QVROAuth2AccessTokenResponse>, Failure> exchangeCode(
-    const QVROAuth2PublicClient& client, const std::string& code, const Account& account,
-    int signals);
+std::variant<TokenAnswer, Failure> exchangeCode(const QVROAuth2PublicClient& client,
+                                                const std::string& code, const Account& account,
+                                                int signals);
 
 // The record of an answer. Scopes that the answer leaves out are those that were asked for
 // (RFC 6749 section 5.1); an answer without a token or its type is a failure.

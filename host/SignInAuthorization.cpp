@@ -1,5 +1,5 @@
 // The browser's part of a sign-in: the address is shown and opened, and one loop waits for the
-// redirect, for a pasted one, for a signal and for the deadline.
+// redirect (from the session bus, from the socket, or pasted), for a signal and for the deadline.
 #include <poll.h>
 
 #include <algorithm>
@@ -9,12 +9,13 @@
 #include <memory>
 #include <utility>
 
-#include "QVROAuth2Client/platform/Exception.h"
+#include "QVROAuth2Client/platform/Desktop.h"
 #include "host/Console.h"
 #include "host/Messages.h"
 #include "host/Paths.h"
 #include "host/Progress.h"
 #include "host/RedirectSocket.h"
+#include "host/Redirects.h"
 #include "host/Secrets.h"
 #include "host/SignIn.h"
 #include "host/SignInInput.h"
@@ -29,6 +30,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr double kLongestWaitSeconds = 24 * 60 * 60;
+
+// A bus that does not answer must not keep the user from signing in.
+constexpr double kBusSeconds = 2;
 
 // What the library's handler was called with.
 struct Outcome {
@@ -52,6 +56,7 @@ class Attempt {
   ~Attempt() {
     signInWorkspace()->setPresenter(nullptr);
     client_->cancelRequestAuthorizationCode();
+    leaveBus();
   }
   Attempt(const Attempt&) = delete;
   Attempt& operator=(const Attempt&) = delete;
@@ -69,9 +74,12 @@ class Attempt {
 
   bool present(const qvr::URL& url);
   void listen();
+  void leaveBus();
   void explain(const qvr::URL& url, bool opensBrowser) const;
   std::optional<Failure> wait();
   void takePasted(PastedLines& input, ProgressLine& progress);
+  void takeFromBus();
+  bool takeHandedOver(const std::string& redirect);
   Taken take(const std::string& redirect);
   std::string redirectStart() const { return client_->redirectURI().value_or(""); }
   Failure timedOut() const;
@@ -81,6 +89,7 @@ class Attempt {
   const SignInEnvironment& environment_;
   std::optional<std::string> state_;
   std::unique_ptr<RedirectListener> listener_;
+  qvr::Ref<qvr::URLReceiver> receiver_;  // null without a bus
   // The library's handler holds it too, and may outlive the attempt.
   const std::shared_ptr<std::optional<Outcome>> outcome_ =
       std::make_shared<std::optional<Outcome>>();
@@ -107,12 +116,25 @@ bool Attempt::present(const qvr::URL& url) {
   return true;
 }
 
+// The desktop hands redirects over in either of two ways, and one is enough.
 void Attempt::listen() {
+  if (!environment_.busName.empty())
+    receiver_ = qvr::makeURLReceiver(
+        {.busName = environment_.busName, .timeoutSeconds = kBusSeconds}, nullptr);
   std::optional<Failure> failure = makePrivateFolder(environment_.runtimeFolder);
   if (!failure)
     listener_ = RedirectListener::listen(environment_.runtimeFolder, state_.value_or(""), &failure);
-  if (failure)
+  if (failure && !(receiver_ && receiver_->ownsName()))
     say("The browser's answer cannot come by itself and has to be pasted. " + failure->sentence);
+}
+
+// What still comes for another sign-in is passed on; for this one it is too late.
+void Attempt::leaveBus() {
+  if (!receiver_) return;
+  listener_ = nullptr;
+  receiver_->giveUpName([folder = environment_.runtimeFolder](const std::string& redirect) {
+    return handOverRedirect(redirect, folder);
+  });
 }
 
 void Attempt::explain(const qvr::URL& url, bool opensBrowser) const {
@@ -136,7 +158,8 @@ std::optional<Failure> Attempt::wait() {
     progress.show(waitingText(left));
     pollfd sources[] = {{environment_.signals, POLLIN, 0},
                         {listener_ ? listener_->fileDescriptor() : -1, POLLIN, 0},
-                        {input.descriptor(), POLLIN, 0}};
+                        {input.descriptor(), POLLIN, 0},
+                        {receiver_ ? receiver_->fileDescriptor() : -1, POLLIN, 0}};
     // Only a progress line needs to be woken before something happens.
     const double seconds = progress.isVisible() ? std::min(left, 1.0) : left;
     if (poll(sources, std::size(sources), static_cast<int>(std::ceil(seconds * 1000))) <= 0)
@@ -146,6 +169,10 @@ std::optional<Failure> Attempt::wait() {
     if (sources[1].revents != 0)
       listener_->serve([this](const std::string& redirect) { return take(redirect).answer; });
     if (sources[2].revents != 0) takePasted(input, progress);
+    if (sources[3].revents != 0) {
+      progress.clear();  // it may say something
+      takeFromBus();
+    }
   }
   return std::nullopt;
 }
@@ -159,12 +186,27 @@ void Attempt::takePasted(PastedLines& input, ProgressLine& progress) {
   }
 }
 
+void Attempt::takeFromBus() {
+  if (receiver_->process([this](const std::string& redirect) { return takeHandedOver(redirect); }))
+    return;
+  receiver_ = nullptr;
+  if (!listener_) say("The session bus is gone, so the browser's answer has to be pasted.");
+}
+
+// The desktop hands over what any sign-in waits for: whoever has the name on the bus passes it on.
+bool Attempt::takeHandedOver(const std::string& redirect) {
+  const Taken taken = take(redirect);
+  if (taken.answer == RedirectAnswer::kNotThisSignIn)
+    return handOverRedirect(redirect, environment_.runtimeFolder);
+  if (taken.answer != RedirectAnswer::kAccepted) sayThatRedirectFailed(taken.problem);
+  return taken.answer == RedirectAnswer::kAccepted;
+}
+
 Attempt::Taken Attempt::take(const std::string& redirect) {
   const auto refused = [](std::string problem) {
     return Taken{RedirectAnswer::kRefused, std::move(problem)};
   };
   const std::string paste = " Paste the whole address that begins with " + redirectStart() + ".";
-  if (*outcome_) return refused("This sign-in has its answer already.");
   const std::optional<qvr::URL> url = qvr::URL::URLWithString(redirect);
   if (!url || !url->scheme()) return refused("That is no address." + paste);
   const std::optional<std::string> state = stateInURL(*url);
@@ -172,6 +214,7 @@ Attempt::Taken Attempt::take(const std::string& redirect) {
   if (state != state_)
     return {RedirectAnswer::kNotThisSignIn,
             "That address belongs to another sign-in: use the address above for this one."};
+  if (*outcome_) return refused("This sign-in has its answer already.");
   QVROAuth2PublicClient::handleGetURLEvent({redirect, std::nullopt, std::nullopt});
   if (!*outcome_) return refused("That is not the address at which the browser ends." + paste);
   return {RedirectAnswer::kAccepted, ""};

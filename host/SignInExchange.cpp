@@ -10,9 +10,11 @@
 
 #include "QVROAuth2Client/QVROAuth2Provider.h"
 #include "host/Descriptor.h"
+#include "host/IdentityToken.h"
 #include "host/Messages.h"
 #include "host/Scopes.h"
 #include "host/Secrets.h"
+#include "host/Setup.h"
 #include "host/SignIn.h"
 #include "host/Signals.h"
 #include "host/Wait.h"
@@ -21,8 +23,7 @@ namespace host {
 
 namespace {
 
-using Answer = qvr::Ref<QVROAuth2AccessTokenResponse>;
-using AnswerOrFailure = std::variant<Answer, Failure>;
+using AnswerOrFailure = std::variant<TokenAnswer, Failure>;
 
 // An outcome for which one can wait beside signals: the descriptor is readable once it is there.
 struct SignalledAnswer {
@@ -43,6 +44,33 @@ Event waitFor(const SignalledAnswer& answer, int signals, double seconds) {
     return Event::kDeadline;
   return sources[0].revents != 0 ? Event::kAnswer : Event::kSignal;
 }
+
+// While it lives, notes whom the ID token of an answer names: the library's response does not keep
+// that token. Answers are observed and handled on one queue, so the names are there, complete, when
+// the handler of the same answer runs.
+class AccountNamesObserver {
+ public:
+  AccountNamesObserver() {
+    if (session_)
+      session_->setObserver([names = names_](const qvr::Data& body, const auto&) {
+        const auto token = idTokenInAnswer(body);
+        if (token) *names = accountNamesInIDToken(*token);
+      });
+  }
+  ~AccountNamesObserver() {
+    if (session_) session_->setObserver(nullptr);
+  }
+  AccountNamesObserver(const AccountNamesObserver&) = delete;
+  AccountNamesObserver& operator=(const AccountNamesObserver&) = delete;
+
+  // To be read by that handler.
+  std::shared_ptr<const std::vector<std::string>> names() const { return names_; }
+
+ private:
+  const qvr::Ref<ObservedSession> session_ = urlSession();
+  const std::shared_ptr<std::vector<std::string>> names_ =
+      std::make_shared<std::vector<std::string>>();
+};
 
 std::string minutes(double seconds) {
   const auto rounded = static_cast<long long>((seconds + 59) / 60);
@@ -65,13 +93,15 @@ std::string howToGetARefreshToken(const Account& account) {
 
 }  // namespace
 
-std::variant<Answer, Failure> exchangeCode(const QVROAuth2PublicClient& client,
-                                           const std::string& code, const Account& account,
-                                           int signals) {
+std::variant<TokenAnswer, Failure> exchangeCode(const QVROAuth2PublicClient& client,
+                                                const std::string& code, const Account& account,
+                                                int signals) {
   const auto answer = std::make_shared<SignalledAnswer>();
+  const AccountNamesObserver observer;
   const auto task = client.taskForRequestingAccessTokenWithAuthorizationCode(
-      code, [answer, account](Answer response, qvr::ErrorPtr error) {
-        if (response) return answer->deliver(std::move(response));
+      code, [answer, account, names = observer.names()](
+                qvr::Ref<QVROAuth2AccessTokenResponse> response, qvr::ErrorPtr error) {
+        if (response) return answer->deliver(TokenAnswer{std::move(response), *names});
         answer->deliver(failureForError(error, account));
       });
   task->resume();

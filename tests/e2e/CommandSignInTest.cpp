@@ -66,6 +66,27 @@ TEST_P(CommandSignInTest, DenialIsSaidInWordsAndStoresNothing) {
   EXPECT_EQ(run({"token", provider(), kUser}).status, 3);
 }
 
+TEST_P(CommandSignInTest, AnotherAccountThanTheOneAskedForIsStoredWithAWarning) {
+  const Result other = run({"sign-in", provider(), kUser, "--timeout", "30"},
+                           {{"BROWSER", browserFor("bob@example.com")}});
+  EXPECT_EQ(other.status, 0) << other.error;
+  EXPECT_THAT(other.error, HasSubstr("signed in bob@example.com, but alice@example.com was asked"));
+  EXPECT_THAT(other.error, HasSubstr("`qvr-oauth2 sign-out --local " + provider() + " " + kUser));
+  EXPECT_EQ(run({"token", provider(), kUser}).status, 0);
+}
+
+TEST_P(CommandSignInTest, TheAccountAskedForIsNotWarnedAbout) {
+  const Result result = run({"sign-in", provider(), "ALICE@example.com", "--timeout", "30"},
+                            {{"BROWSER", browserFor(kUser)}});
+  EXPECT_EQ(result.status, 0) << result.error;
+  EXPECT_THAT(result.error, Not(HasSubstr("Warning")));
+}
+
+TEST_P(CommandSignInTest, FirstUseChoosesAKeychainAndSaysSoOnce) {
+  EXPECT_THAT(run({"accounts"}).error, HasSubstr("tokens are kept in encrypted files"));
+  EXPECT_THAT(run({"accounts"}).error, Not(HasSubstr("encrypted files")));
+}
+
 TEST_P(CommandSignInTest, AnInterruptCancelsTheAttempt) {
   const auto waiting = startWaiting(kUser);
   waiting->signal(SIGINT);

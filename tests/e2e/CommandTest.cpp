@@ -55,6 +55,7 @@ std::unique_ptr<support::ChildProcess> CommandTest::start(
                               {"XDG_CONFIG_HOME", folder.file("config")},
                               {"XDG_DATA_HOME", folder.file("data")},
                               {"XDG_RUNTIME_DIR", folder.file("run")},
+                              {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + folder.file("no-bus")},
                               {"DISPLAY", ""},
                               {"WAYLAND_DISPLAY", ""},
                               {"XDG_CURRENT_DESKTOP", "X-Generic"},

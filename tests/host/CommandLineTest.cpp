@@ -34,7 +34,8 @@ class CommandLineTest : public testing::Test {
     options.environment.insert({{"HOME", folder.path()},
                                 {"XDG_CONFIG_HOME", ""},
                                 {"XDG_DATA_HOME", ""},
-                                {"XDG_RUNTIME_DIR", folder.path()}});
+                                {"XDG_RUNTIME_DIR", folder.path()},
+                                {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + folder.file("bus")}});
     support::ChildProcess child(options);
     child.closeInput();
     const int status = child.wait();
@@ -54,10 +55,10 @@ class CommandLineTest : public testing::Test {
 
   // Writes a configuration and stores a token that is fresh for an hour.
   std::string storeToken(const std::string& accessToken) const {
-    const std::string path =
-        folder.write("config.toml",
-                     "bundle_identifier = \"org.example.mail\"\n"
-                     "[keychain]\ndirectory = \"items\"\nkey_file = \"key\"\n");
+    const std::string path = folder.write(
+        "config.toml",
+        "bundle_identifier = \"org.example.mail\"\n"
+        "[keychain]\nkind = \"encrypted-file\"\ndirectory = \"items\"\nkey_file = \"key\"\n");
     const qvr::ScopedWorld world;
     EXPECT_FALSE(host::installHost(std::get<host::Configuration>(host::readConfiguration(path))));
     const auto record = QVROAuth2Token::initWithAccessToken(
@@ -97,6 +98,13 @@ TEST_F(CommandLineTest, AnswersUsageMistakesWithStatus2AndOneSentence) {
       {{"sign-in", "google", "me", "--scope", "a\tb"}, "without control characters"},
       {{"sign-in", "google", "me", "--scope"}, "--scope"},
       {{"open-url"}, "URL is required"},
+      {{"keychain"}, "subcommand is required"},
+      {{"keychain", "move"}, "KEYCHAIN is required"},
+      {{"keychain", "move", "elsewhere"}, "must be secret-service or file"},
+      {{"--passphrase-fd", "three", "accounts"}, "wrong kind"},
+      {{"--passphrase-fd", "-1", "accounts"}, "is not open for reading"},
+      {{"--passphrase-fd", "99", "accounts"}, "descriptor 99, which --passphrase-fd names, is not"},
+      {{"--passphrase-fd", "1", "accounts"}, "is not open for reading"},
       {{"version", "please"}, "an argument too many"},
   };
   for (const Case& each : cases) {
@@ -184,9 +192,10 @@ TEST_F(CommandLineTest, LoadsNoNetworkLibraryToServeAStoredToken) {
 
 TEST_F(CommandLineTest, SaysItsWarningsAndGoesOn) {
   const std::string path = storeToken("stored-access");
-  folder.write("config.toml",
-               "bundle_identifier = \"org.example.mail\"\ntypo = 1\n"
-               "[keychain]\ndirectory = \"items\"\nkey_file = \"key\"\n");
+  folder.write(
+      "config.toml",
+      "bundle_identifier = \"org.example.mail\"\ntypo = 1\n"
+      "[keychain]\nkind = \"encrypted-file\"\ndirectory = \"items\"\nkey_file = \"key\"\n");
   const Result result = run({"--config", path, "token", "google", "user@example.org"});
   EXPECT_EQ(result.status, host::kDone);
   EXPECT_EQ(result.output, "stored-access\n");
@@ -219,7 +228,8 @@ TEST_F(CommandLineTest, WritesNoTokenIntoAFileThatTakesAClosedStreamsNumber) {
 TEST_F(CommandLineTest, SaysWhenTheKeychainsFolderCannotBeMade) {
   const std::string path = folder.write("config.toml",
                                         "bundle_identifier = \"org.example.mail\"\n"
-                                        "[keychain]\ndirectory = \"file/items\"\n"
+                                        "[keychain]\nkind = \"encrypted-file\"\n"
+                                        "directory = \"file/items\"\n"
                                         "key_file = \"file/key\"\n");
   folder.write("file", "not a folder");
   const Result result = run({"--config", path, "token", "google", "user@example.org"});
@@ -241,7 +251,8 @@ TEST_F(CommandLineTest, TakesThePassphraseFromACommand) {
   const auto configurationWith = [this](const std::string& command) {
     return folder.write("config.toml",
                         "bundle_identifier = \"org.example.mail\"\n"
-                        "[keychain]\ndirectory = \"items\"\nprotection = \"passphrase\"\n"
+                        "[keychain]\nkind = \"encrypted-file\"\ndirectory = \"items\"\nprotection "
+                        "= \"passphrase\"\n"
                         "passphrase_command = \"" +
                             command + "\"\n");
   };
@@ -251,6 +262,73 @@ TEST_F(CommandLineTest, TakesThePassphraseFromACommand) {
     const Result failed = run({"--config", configurationWith(command), "accounts"});
     EXPECT_EQ(failed.status, host::kFailed) << command;
     EXPECT_THAT(failed.error, HasSubstr("passphrase_command printed no passphrase"));
+  }
+}
+
+class PassphraseDescriptorTest : public CommandLineTest {
+ protected:
+  PassphraseDescriptorTest() {
+    path = folder.write("config.toml",
+                        "bundle_identifier = \"org.example.mail\"\n"
+                        "[keychain]\nkind = \"encrypted-file\"\ndirectory = \"items\"\n"
+                        "protection = \"passphrase\"\npassphrase_command = \"exit 1\"\n");
+  }
+
+  Result runWith(const std::string& redirection, const std::string& descriptor = "3") const {
+    return runShell("--config " + path + " --passphrase-fd " + descriptor + " accounts",
+                    redirection);
+  }
+
+  void storeTokenWithPassphrase(const std::string& passphrase) const {
+    const auto items = qvr::makeEncryptedFileKeychain({folder.file("items"), "", passphrase});
+    const qvr::ScopedWorld world;
+    ASSERT_FALSE(host::installHost(std::get<host::Configuration>(host::readConfiguration(path)),
+                                   {nullptr, items, nullptr, nullptr}));
+    const auto record = QVROAuth2Token::initWithAccessToken(
+        "stored-access", "Bearer", 3600, "stored-refresh", qvr::TextSet{"mail"}, host::now());
+    ASSERT_FALSE(host::storeRecord({"Google", "user@example.org"}, record));
+  }
+
+  std::string path;
+};
+
+TEST_F(PassphraseDescriptorTest, GoesBeforeThePassphraseCommand) {
+  const std::string file = folder.write("passphrase", "correct horse\nsecond line\n");
+  EXPECT_EQ(runWith("3<" + file).status, host::kDone);
+  EXPECT_EQ(runWith("<" + file, "0").status, host::kDone);
+}
+
+TEST_F(PassphraseDescriptorTest, OpensTheKeychainOfThatPassphraseOnly) {
+  storeTokenWithPassphrase("correct horse");
+  const auto tokenWith = [this](const std::string& passphrase) {
+    return runShell("--config " + path + " --passphrase-fd 3 token Google user@example.org",
+                    "3<" + folder.write("passphrase", passphrase));
+  };
+  EXPECT_EQ(tokenWith("correct horse\n").output, "stored-access\n");
+  const Result wrong = tokenWith("battery staple\n");
+  EXPECT_EQ(wrong.status, host::kFailed);
+  EXPECT_THAT(wrong.error, AllOf(HasSubstr("passphrase is not the right one"),
+                                 Not(HasSubstr("battery staple"))));
+}
+
+TEST_F(PassphraseDescriptorTest, MustHaveALine) {
+  const std::string empty = folder.write("empty", "");
+  const std::string line = folder.write("line", "\nlater\n");
+  for (const std::string& redirection : {"3<" + empty, "3<" + line}) {
+    const Result result = runWith(redirection);
+    EXPECT_EQ(result.status, host::kFailed) << redirection;
+    EXPECT_THAT(result.error, HasSubstr("must not be empty"));
+  }
+}
+
+TEST_F(PassphraseDescriptorTest, MustBeReadable) {
+  const Result folderResult = runWith("3</");
+  EXPECT_EQ(folderResult.status, host::kFailed);
+  EXPECT_THAT(folderResult.error, HasSubstr("cannot be read"));
+  for (const char* const redirection : {"3<&-", "3>/dev/null"}) {
+    const Result result = runWith(redirection);
+    EXPECT_EQ(result.status, host::kUsage) << redirection;
+    EXPECT_THAT(result.error, HasSubstr("is not open for reading"));
   }
 }
 

@@ -78,6 +78,8 @@ class ConfigTest : public testing::Test {
     ASSERT_TRUE(terminal.waitFor("Microsoft application (client) ID"));
     EXPECT_TRUE(terminal.echoes());
     terminal.type(microsoft + "\n");
+    ASSERT_TRUE(terminal.waitFor("Keychain [automatic]: "));
+    terminal.type("\n");
     ASSERT_TRUE(terminal.waitFor("Protection [key-file]: "));
     terminal.type("\n");
   }
@@ -159,7 +161,7 @@ TEST_F(ConfigTest, OffersWhatIsThereAndKeepsWhatIsNotAskedFor) {
   for (const char* const question :
        {"Replace it? [no]: ", "form [org.kept]: ", "Google client ID, empty for no Google [abc]: ",
         "URI scheme [com.kept]: ", "Client secret", "Microsoft application (client) ID",
-        "Protection [key-file]: "}) {
+        "Keychain [automatic]: ", "Protection [key-file]: "}) {
     ASSERT_TRUE(terminal.waitFor(question)) << question << terminal.shown();
     terminal.type(question == std::string("Replace it? [no]: ") ? "yes\n" : "\n");
   }
@@ -169,6 +171,35 @@ TEST_F(ConfigTest, OffersWhatIsThereAndKeepsWhatIsNotAskedFor) {
   EXPECT_EQ(written.google.customURIScheme, "com.kept");
   EXPECT_EQ(written.google.clientSecret, "s\"\\t");
   EXPECT_EQ(written.endpoints.googleTokenHost, "localhost:1");
+}
+
+TEST_F(ConfigTest, NeverChangesAKeychainThatWasChosen) {
+  ASSERT_FALSE(host::replaceFile(path(),
+                                 "bundle_identifier = \"org.kept\"\n"
+                                 "[keychain]\nkind = \"secret-service\"\n"));
+  TerminalProcess terminal = onTerminal();
+  for (const char* const question :
+       {"Replace it? [no]: ", "form [org.kept]: ", "Google client ID", "Microsoft application"}) {
+    ASSERT_TRUE(terminal.waitFor(question)) << question << terminal.shown();
+    terminal.type(question == std::string("Replace it? [no]: ") ? "yes\n" : "\n");
+  }
+  EXPECT_EQ(terminal.wait(), host::kDone);
+  EXPECT_THAT(terminal.shown(), AllOf(HasSubstr("Tokens stay in the desktop's keyring"),
+                                      Not(HasSubstr("Protection ["))));
+  EXPECT_EQ(parsed(contentOf(path())).keychain.kind, host::kSecretService);
+}
+
+TEST_F(ConfigTest, KeepsTheFilesThatAreInUseThoughNoKindIsWritten) {
+  ASSERT_FALSE(host::replaceFile(path(), "bundle_identifier = \"org.kept\"\n"));
+  ASSERT_FALSE(host::replaceFile(folder.file(".local/share/qvr-oauth2/items/item"), ""));
+  TerminalProcess terminal = onTerminal();
+  for (const char* const question : {"Replace it? [no]: ", "form [org.kept]: ", "Google client ID",
+                                     "Microsoft application", "Protection [key-file]: "}) {
+    ASSERT_TRUE(terminal.waitFor(question)) << question << terminal.shown();
+    terminal.type(question == std::string("Replace it? [no]: ") ? "yes\n" : "\n");
+  }
+  EXPECT_EQ(terminal.wait(), host::kDone);
+  EXPECT_EQ(parsed(contentOf(path())).keychain.kind, host::kEncryptedFile);
 }
 
 TEST_F(ConfigTest, WritesNothingWhenTheUserLeaves) {

@@ -74,6 +74,7 @@ passphrase_command = "pass show mail"
   EXPECT_EQ(all.endpoints.googleTokenHost, "[::1]:8443");
   EXPECT_EQ(all.endpoints.microsoftLoginHost, "login.example");
   EXPECT_EQ(all.endpoints.certificateAuthorityFile, "/etc/example/ca.pem");
+  EXPECT_EQ(all.keychain.kind, host::kEncryptedFile);
   EXPECT_EQ(all.keychain.directory, "/etc/example/items");
   EXPECT_EQ(all.keychain.keyFile, "/keys/key");
   EXPECT_EQ(all.keychain.protection, "passphrase");
@@ -87,7 +88,7 @@ TEST(Configuration, HasDefaultsForAllButTheRegistrations) {
   EXPECT_EQ(least.endpoints.googleTokenHost, "oauth2.googleapis.com");
   EXPECT_EQ(least.endpoints.microsoftLoginHost, "login.microsoftonline.com");
   EXPECT_EQ(least.endpoints.certificateAuthorityFile, "");
-  EXPECT_EQ(least.keychain.kind, "encrypted-file");
+  EXPECT_EQ(least.keychain.kind, "") << "not chosen yet";
   EXPECT_EQ(least.keychain.protection, "key-file");
   EXPECT_THAT(least.keychain.directory, testing::EndsWith("/qvr-oauth2/items"));
   EXPECT_THAT(least.keychain.keyFile, testing::EndsWith("/qvr-oauth2/key"));
@@ -187,7 +188,7 @@ TEST(Configuration, RefusesWhatCannotWorkWithoutQuotingIt) {
        {"", "https://h", "h/path", "a b", "h:", "h:0", "h:65536", "h:x", ":80", "user@h", "h?x",
         "::1", "[]", "[::1", "[g]", "-h", "h:80:80"},
        "must be a host name"},
-      {"keychain", "kind", {"", "memory"}, "must be \\\"encrypted-file\\\""},
+      {"keychain", "kind", {"memory", "Secret-Service"}, "must be \\\"secret-service\\\" or"},
       {"keychain", "protection", {"", "none"}, "must be \\\"key-file\\\""},
       {"keychain", "directory", {"~/items"}, "\\\"~\\\" is not expanded"},
   };

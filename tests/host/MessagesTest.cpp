@@ -149,4 +149,30 @@ TEST(ShellQuoting, LeavesPlainWordsAndQuotesTheRest) {
   EXPECT_EQ(host::signInCommand({"Microsoft", "a b"}), "`qvr-oauth2 sign-in Microsoft 'a b'`");
 }
 
+TEST(KeychainStatus, IsSaidInTheWordsOfTheKeychain) {
+  struct Case {
+    std::int32_t status;
+    int exitStatus;
+    const char* keyring;
+    const char* files;
+  };
+  const Case cases[] = {
+      {qvr::errSecNotAvailable, 5, "log in to the desktop or start its keyring", "try again later"},
+      {qvr::errSecInteractionNotAllowed, 5, "unlock it on the desktop", "keychain is locked"},
+      {qvr::errSecUserCanceled, 1, "desktop's keyring was not unlocked", "was not unlocked"},
+      {qvr::errSecIO, 1, "look into it with its own program", "check the disk"},
+      {qvr::errSecDiskFull, 1, "disk is full", "disk is full"},
+      {qvr::errSecItemNotFound, 3, "Sign in first", "Sign in first"},
+  };
+  for (const Case& each : cases) {
+    const auto keyring =
+        host::failureForKeychainStatus(each.status, host::kSecretService, kAccount);
+    const auto files = host::failureForKeychainStatus(each.status, host::kEncryptedFile, kAccount);
+    EXPECT_THAT(keyring.sentence, HasSubstr(each.keyring));
+    EXPECT_THAT(files.sentence, AllOf(HasSubstr(each.files), Not(HasSubstr("desktop"))));
+    EXPECT_EQ(keyring.status, each.exitStatus);
+    EXPECT_EQ(files.status, each.exitStatus);
+  }
+}
+
 }  // namespace

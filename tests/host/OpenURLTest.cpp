@@ -8,8 +8,12 @@
 #include <future>
 
 #include "host/Command.h"
+#include "host/Paths.h"
 #include "host/RedirectSocket.h"
+#include "tests/host/DesktopHome.h"
+#include "tests/host/ScopedVariable.h"
 #include "tests/host/SignInFixture.h"
+#include "tests/host/WaitingSignIn.h"
 #include "tests/support/ChildProcess.h"
 
 namespace host {
@@ -24,11 +28,7 @@ constexpr const char* kRedirect = "m.x://auth?code=very-secret-code&state=the-st
 
 class OpenURLTest : public testing::Test {
  protected:
-  OpenURLTest() {
-    setenv("XDG_RUNTIME_DIR", runtime.path().c_str(), 1);
-    EXPECT_EQ(mkdir(folder.c_str(), 0700), 0);
-  }
-  ~OpenURLTest() override { unsetenv("XDG_RUNTIME_DIR"); }
+  OpenURLTest() { EXPECT_EQ(mkdir(folder.c_str(), 0700), 0); }
 
   int run(const std::string& url) {
     const host_test::Printed printed = host_test::collect([&] { return openURL(url); });
@@ -56,6 +56,8 @@ class OpenURLTest : public testing::Test {
   }
 
   support::TemporaryFolder runtime;
+  host_test::ScopedVariable runtimeVariable{"XDG_RUNTIME_DIR", runtime.path()};
+  host_test::ScopedVariable noBus{"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + runtime.file("bus")};
   const std::string folder = runtime.file("qvr-oauth2");
   std::vector<std::string> received;
   std::string error;
@@ -116,6 +118,65 @@ TEST_F(OpenURLTest, LongestURLIsDelivered) {
 TEST_F(OpenURLTest, LongerURLIsRefused) {
   EXPECT_EQ(run(kRedirect + std::string(kMaximumRedirectSize, 'x')), kFailed);
   EXPECT_THAT(error, HasSubstr("longer than 1 MiB"));
+}
+
+// The command in a process of its own.
+class OpenURLProgramTest : public testing::Test {
+ protected:
+  OpenURLProgramTest() { EXPECT_FALSE(makePrivateFolder(folder)); }
+
+  host_test::DesktopHome home;
+  const std::string folder = home.path("run/qvr-oauth2");
+};
+
+TEST_F(OpenURLProgramTest, NoURLAndTwoAreWrongUsage) {
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{"open-url"}, {"open-url", kRedirect, kRedirect}}) {
+    const host_test::Finished result = home.run(arguments);
+    EXPECT_EQ(result.status, kUsage);
+    EXPECT_THAT(result.error, Not(HasSubstr("very-secret-code")));
+  }
+}
+
+TEST_F(OpenURLProgramTest, HyphenReadsTheURLFromStandardInput) {
+  for (const char* const end : {"", "\n", " \r\nmore"}) {
+    host_test::WaitingSignIn signIn(folder, "the-state");
+    const host_test::Finished result = home.run({"open-url", "-"}, std::string(kRedirect) + end);
+    EXPECT_EQ(result.status, kDone) << result.error;
+    EXPECT_EQ(signIn.received(), kRedirect);
+  }
+}
+
+TEST_F(OpenURLProgramTest, EmptyStandardInputIsNoURL) {
+  for (const char* const input : {"", "\n", "  "}) {
+    const host_test::Finished result = home.run({"open-url", "-"}, input);
+    EXPECT_EQ(result.status, kFailed);
+    EXPECT_THAT(result.error, HasSubstr("not a URL"));
+  }
+}
+
+TEST_F(OpenURLProgramTest, OneMebibyteIsReadFromStandardInputAndMoreIsRefused) {
+  std::string url = kRedirect + std::string("&x=");
+  url += std::string(kMaximumRedirectSize - url.size(), 'x');
+  host_test::WaitingSignIn signIn(folder, "the-state");
+  EXPECT_EQ(home.run({"open-url", "-"}, url).status, kDone);
+  EXPECT_EQ(signIn.received(), url);
+  const host_test::Finished longer = home.run({"open-url", "-"}, url + "x");
+  EXPECT_EQ(longer.status, kFailed);
+  EXPECT_THAT(longer.error, HasSubstr("longer than 1 MiB"));
+}
+
+// Linux passes no argument of that length: whoever starts the command learns it, and it is not run.
+TEST_F(OpenURLProgramTest, OneMebibyteIsNoArgument) {
+  const host_test::Finished result =
+      home.runProgram({"/bin/sh", "-c", "url=$(cat \"$0\"); \"$1\" open-url \"$url\"",
+                       [this] {
+                         home.write("url", kRedirect + std::string(kMaximumRedirectSize, 'x'));
+                         return home.path("url");
+                       }(),
+                       QVR_OAUTH2_PROGRAM});
+  EXPECT_EQ(result.status, 126);
+  EXPECT_THAT(result.error, HasSubstr("too long"));
 }
 
 }  // namespace

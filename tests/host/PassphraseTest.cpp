@@ -49,7 +49,8 @@ class PassphraseOnTerminal : public testing::Test {
   PassphraseOnTerminal() {
     folder.write("config.toml",
                  "bundle_identifier = \"org.example.mail\"\n"
-                 "[keychain]\ndirectory = \"items\"\nprotection = \"passphrase\"\n");
+                 "[keychain]\nkind = \"encrypted-file\"\ndirectory = \"items\"\nprotection = "
+                 "\"passphrase\"\n");
   }
 
   std::vector<std::string> command() const {

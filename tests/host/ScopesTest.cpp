@@ -12,11 +12,12 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 TEST(ScopesTest, DefaultsAreTheMailScopesOfTheProvider) {
-  EXPECT_EQ(defaultMailScope(QVROAuth2ProviderGoogle), "https://mail.google.com/");
-  EXPECT_EQ(splitScope(defaultMailScope(QVROAuth2ProviderMicrosoft)),
-            (qvr::TextSet{"https://outlook.office.com/IMAP.AccessAsUser.All",
-                          "https://outlook.office.com/POP.AccessAsUser.All",
-                          "https://outlook.office.com/SMTP.Send", "offline_access"}));
+  EXPECT_EQ(defaultMailScope(QVROAuth2ProviderGoogle), "https://mail.google.com/ openid email");
+  EXPECT_EQ(
+      splitScope(defaultMailScope(QVROAuth2ProviderMicrosoft)),
+      (qvr::TextSet{"https://outlook.office.com/IMAP.AccessAsUser.All",
+                    "https://outlook.office.com/POP.AccessAsUser.All",
+                    "https://outlook.office.com/SMTP.Send", "offline_access", "openid", "email"}));
 }
 
 TEST(ScopesTest, ListIsSplitOnSingleSpaces) {

@@ -1,5 +1,6 @@
 // What becomes of the provider's answer, and of a keychain that fails.
 #include "QVROAuth2Client/platform/KeychainItems.h"
+#include "host/KeychainTrial.h"
 #include "host/SignIn.h"
 #include "tests/host/SignInFixture.h"
 
@@ -168,18 +169,18 @@ TEST_F(SignInAnswerTest, FailedSignInLeavesTheEarlierRecord) {
 }
 
 TEST_F(SignInAnswerTest, KeychainThatTakesItemsIsFoundFineAndLeftEmpty) {
-  EXPECT_FALSE(keychainProblem(options.account));
+  EXPECT_FALSE(keychainProblem(*keychain, kEncryptedFile));
   EXPECT_EQ(keychain->count("add"), 1u);
   EXPECT_EQ(keychain->itemCount(), 0u);
 }
 
 TEST_F(SignInAnswerTest, KeychainProblemIsFoundBeforeTheBrowserOpens) {
   keychain->failEvery("add", qvr::errSecWrPerm);
-  const auto noPermission = keychainProblem(options.account);
+  const auto noPermission = keychainProblem(*keychain, kEncryptedFile);
   ASSERT_TRUE(noPermission);
   EXPECT_EQ(noPermission->status, kFailed);
   keychain->failEvery("copyMatching", qvr::errSecInteractionNotAllowed);
-  const auto locked = keychainProblem(options.account);
+  const auto locked = keychainProblem(*keychain, kEncryptedFile);
   ASSERT_TRUE(locked);
   EXPECT_EQ(locked->status, kTryAgainLater);
 }

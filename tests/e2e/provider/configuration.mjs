@@ -97,6 +97,7 @@ export function configurationOf(name, registration, settings, errorPage) {
     clients: [clientOf(registration)],
     scopes: profile.scopes,
     claims: { openid: ['sub'], email: ['email', 'email_verified'] },
+    conformIdTokenClaims: false, // the address stands in the ID token, as with the real services
     routes: { ...profile.routes, introspection: '/introspect' },
     pkce: { required: () => true },
     clockTolerance: 0,

@@ -1,0 +1,40 @@
+// The lock of a configuration file: every command that works on the keychain holds a share of it,
+// so that the keychain is not exchanged under a token that is just being refreshed and stored.
+//
+// Commands take it before they read where the keychain is. The kernel gives it back however the
+// process ends. On a file system without locks it stands for nothing: it guards against a
+// coincidence, and is no reason to shut anybody out.
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <utility>
+#include <variant>
+
+#include "host/Descriptor.h"
+#include "host/Failure.h"
+
+namespace host {
+
+class ConfigurationLock {
+ public:
+  enum class Kind {
+    kShared,     // to work on the keychain
+    kExclusive,  // to choose or to exchange it
+  };
+
+  // Waits until no other process holds what contradicts it; fails with kTryAgainLater at the
+  // deadline, and with kFailed for a file that cannot be opened.
+  static std::variant<ConfigurationLock, Failure> acquire(const std::string& path, Kind kind,
+                                                          std::chrono::milliseconds deadline);
+
+  // Holds nothing.
+  ConfigurationLock() = default;
+
+ private:
+  explicit ConfigurationLock(Descriptor file) : file_(std::move(file)) {}
+
+  Descriptor file_;
+};
+
+}  // namespace host

@@ -1,0 +1,31 @@
+// An environment variable that is set while a test runs.
+#pragma once
+
+#include <cstdlib>
+#include <optional>
+#include <string>
+
+namespace host_test {
+
+class ScopedVariable {
+ public:
+  ScopedVariable(const char* name, const std::string& value) : name_(name) {
+    if (const char* const before = std::getenv(name)) before_ = before;
+    setenv(name, value.c_str(), 1);
+  }
+  ~ScopedVariable() {
+    if (before_) {
+      setenv(name_, before_->c_str(), 1);
+    } else {
+      unsetenv(name_);
+    }
+  }
+  ScopedVariable(const ScopedVariable&) = delete;
+  ScopedVariable& operator=(const ScopedVariable&) = delete;
+
+ private:
+  const char* const name_;
+  std::optional<std::string> before_;
+};
+
+}  // namespace host_test
