@@ -4,8 +4,9 @@
 #
 #   find_node CACHE_FOLDER    sets NODE to the path of a node that is new enough
 #   install_provider_modules  fills tests/e2e/provider/node_modules, when that is out of date
+#   install_driver_modules    the same in tests/e2e/desktop/driver, which drives real browsers
 
-NODE_PROVIDER_FOLDER="$(cd "$(dirname "${BASH_SOURCE[0]}")/../../tests/e2e/provider" && pwd)"
+NODE_TESTS_FOLDER="$(cd "$(dirname "${BASH_SOURCE[0]}")/../../tests/e2e" && pwd)"
 
 # Version 20, and not one of its first: those cannot parse a URL without an exception.
 node_is_new_enough() {
@@ -55,13 +56,16 @@ find_node() {
   echo "node: using $NODE, version $("$NODE" --version)"
 }
 
+install_provider_modules() { install_modules "$NODE_TESTS_FOLDER/provider"; }
+install_driver_modules() { install_modules "$NODE_TESTS_FOLDER/desktop/driver"; }
+
 # npm runs under the system's own node, which Debian's npm needs to find its parts.
-install_provider_modules() {
-  local lock="$NODE_PROVIDER_FOLDER/package-lock.json"
-  local installed="$NODE_PROVIDER_FOLDER/node_modules/.installed-lock.json"
+install_modules() {
+  local folder="$1"
+  local lock="$folder/package-lock.json" installed="$folder/node_modules/.installed-lock.json"
   cmp -s "$lock" "$installed" && return
   require_npm || return
-  echo "node: installing the modules of $NODE_PROVIDER_FOLDER"
-  npm ci --prefix "$NODE_PROVIDER_FOLDER" --no-audit --no-fund --loglevel=error >/dev/null &&
+  echo "node: installing the modules of $folder"
+  npm ci --prefix "$folder" --no-audit --no-fund --loglevel=error >/dev/null &&
     cp "$lock" "$installed"
 }
