@@ -11,14 +11,14 @@ else()
   message(STATUS "D-Bus: left out; there will be no Secret Service keychain, no redirects by D-Bus")
 endif()
 
-# Takes out of a list of source files those that this build leaves out: what speaks D-Bus, or what
-# stands in for it.
+# Takes out of a list of source files those that this build leaves out: what speaks D-Bus or
+# is tested with a service on it, or what stands in for it.
 function(qvr_choose_bus_sources list)
   if(QVR_WITH_SYSTEM_BUS)
     list(FILTER ${list} EXCLUDE REGEX "/WithoutSystemBus[^/]*\\.cpp$")
   else()
     list(FILTER ${list} EXCLUDE REGEX
-         "/(Bus|DesktopPortal|FakePortal|FakeSecretService|KeyringProgram|Notification|PrivateBus|SecretService|URLReceiver)[^/]*\\.cpp$")
+         "/(Bus|CommandDoctor|DesktopPortal|FakePortal|FakeSecretService|KeyringProgram|Notification|SecretService|URLReceiver)[^/]*\\.cpp$")
   endif()
   set(${list} "${${list}}" PARENT_SCOPE)
 endfunction()

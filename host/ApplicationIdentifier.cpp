@@ -5,7 +5,7 @@
 namespace host {
 namespace {
 
-constexpr const char* kCommand = "org.qvroauth2.command";
+constexpr std::string_view kCommand = "org.qvroauth2.command";
 
 bool isDigit(char c) {
   return c >= '0' && c <= '9';
@@ -36,6 +36,12 @@ std::string applicationIdentifier(const Configuration& configuration) {
   // No element of a bus name begins with a digit.
   if (!element.empty() && isDigit(element.front())) element.insert(0, "_");
   return std::string(kCommand) + "." + element;
+}
+
+bool isApplicationIdentifier(std::string_view name) {
+  if (!name.starts_with(kCommand)) return false;
+  name.remove_prefix(kCommand.size());
+  return name.empty() || (name.front() == '.' && name.find_first_of("./", 1) == name.npos);
 }
 
 std::vector<std::string> redirectSchemes(const Configuration& configuration) {

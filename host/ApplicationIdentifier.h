@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/Configuration.h"
@@ -13,6 +14,9 @@ namespace host {
 // configurations stand side by side, and all of them are below "org.qvroauth2.command", so that no
 // other application's files are ever met.
 std::string applicationIdentifier(const Configuration& configuration);
+
+// Whether the name is one that some configuration has.
+bool isApplicationIdentifier(std::string_view name);
 
 // The schemes of the redirects that the configuration can bring about, in lower case: that is how
 // browsers hand URLs over, and how desktop entries name schemes (RFC 3986 section 3.1).

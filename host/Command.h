@@ -45,6 +45,7 @@ int moveKeychain(const Configuration& configuration, const std::string& keychain
 int openURL(const std::string& url);
 int registerSchemes(const Configuration& configuration);
 int unregisterSchemes(const Configuration& configuration);
+int unregisterAll();  // whatever the configuration was
 
 // Takes redirects under the bus name for which the session bus started this process, hands each to
 // the sign-in that waits for it, and ends when none has come for a while.

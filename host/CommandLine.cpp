@@ -36,13 +36,16 @@ struct Arguments {
   bool localOnly = false;
   bool show = false;
   bool asJSON = false;
+  bool all = false;
   std::string url;
   std::string busName;
   std::string keychain;
 };
 
-Failure usage(std::string sentence) {
-  return {kUsage, std::move(sentence) + " See `qvr-oauth2 --help`."};
+// `command` is the one whose help says more; empty for the help of them all.
+Failure usage(std::string sentence, const std::string& command = "") {
+  return {kUsage, std::move(sentence) + " See `qvr-oauth2 " +
+                      (command.empty() ? "" : command + " ") + "--help`."};
 }
 
 // The library's exact name of a provider, given in any case.
@@ -82,10 +85,12 @@ void addDesktop(CLI::App& application, Arguments& arguments) {
   CLI::App* const keychain = application.add_subcommand("keychain", "Where tokens are kept");
   keychain->require_subcommand(1);
   keychain->add_subcommand("move", "Carry all tokens over to the other keychain, and use that")
-      ->add_option("KEYCHAIN", arguments.keychain, "secret-service or file")
+      ->add_option("KEYCHAIN", arguments.keychain,
+                   "secret-service (the desktop's keyring) or file (encrypted files)")
       ->required();
   application.add_subcommand("register", "Have the desktop hand redirects to this command");
-  application.add_subcommand("unregister", "Undo what register did");
+  application.add_subcommand("unregister", "Undo what register did")
+      ->add_flag("--all", arguments.all, "For every configuration there was; reads none");
   application.add_subcommand("doctor", "Check everything that signing in needs")
       ->add_flag("--json", arguments.asJSON, "Print the checks as JSON");
   // Run by the session bus, by the file that `register` writes; no command for people.
@@ -98,7 +103,7 @@ void addDesktop(CLI::App& application, Arguments& arguments) {
 void addOthers(CLI::App& application, Arguments& arguments) {
   application
       .add_subcommand("open-url", "Hand a redirect to the waiting sign-in (for the desktop)")
-      ->add_option("URL", arguments.url, "The redirect")
+      ->add_option("URL", arguments.url, "The redirect; - reads it from standard input")
       ->required();
   CLI::App* const token = application.add_subcommand("token", "Print an access token");
   addAccount(*token, arguments);
@@ -205,14 +210,23 @@ int runWithLibrary(const std::string& command, const Arguments& arguments) {
   return accounts(configuration);
 }
 
+int runUnregister(const Arguments& arguments) {
+  if (arguments.all) return unregisterAll();
+  auto loaded = loadConfiguration(arguments);
+  if (const auto* failure = std::get_if<Failure>(&loaded)) {
+    return report({failure->status,
+                   failure->sentence + " `qvr-oauth2 unregister --all` needs no configuration."});
+  }
+  return unregisterSchemes(std::get<Configuration>(loaded));
+}
+
 // The commands that need the configuration and not the library.
 int runWithConfiguration(const std::string& command, const Arguments& arguments) {
   auto loaded = loadConfiguration(arguments);
   if (auto* failure = std::get_if<Failure>(&loaded)) return report(*failure);
   const auto& configuration = std::get<Configuration>(loaded);
   if (command == "keychain") return moveKeychain(configuration, arguments.keychain);
-  if (command == "register") return registerSchemes(configuration);
-  return unregisterSchemes(configuration);
+  return registerSchemes(configuration);
 }
 
 int runDoctor(const Arguments& arguments) {
@@ -234,7 +248,8 @@ int run(const std::string& command, Arguments& arguments) {
   if (command == "keychain" && !keychainNamed(arguments.keychain)) {
     return report(usage("The keychain must be secret-service or file."));
   }
-  if (command == "keychain" || command == "register" || command == "unregister") {
+  if (command == "unregister") return runUnregister(arguments);
+  if (command == "keychain" || command == "register") {
     return runWithConfiguration(command, arguments);
   }
   if (command != "accounts") {
@@ -265,13 +280,14 @@ Failure failureForParseError(const CLI::App& application, const CLI::ParseError&
         "Choose a command: sign-in, open-url, token, accounts, sign-out, keychain, register, "
         "unregister, doctor, config or version.");
   }
+  const std::string command = application.get_subcommands().front()->get_name();
   if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
-    return usage("There is an argument too many.");
+    return usage("There is an argument too many.", command);
   }
   if (dynamic_cast<const CLI::ConversionError*>(&error) != nullptr) {
-    return usage("An option has a value of the wrong kind.");
+    return usage("An option has a value of the wrong kind.", command);
   }
-  return usage(std::string(error.what()) + ".");
+  return usage(std::string(error.what()) + ".", command);
 }
 
 int parseAndRun(int argc, const char* const* argv) {

@@ -2,17 +2,20 @@
 // commented template elsewhere.
 #include <unistd.h>
 
+#include <chrono>
 #include <string>
 #include <string_view>
 #include <variant>
 
 #include "host/Command.h"
 #include "host/ConfigText.h"
+#include "host/ConfigurationLock.h"
 #include "host/Console.h"
 #include "host/FileWriting.h"
 #include "host/KeychainChoice.h"
 #include "host/Keychains.h"
 #include "host/Passphrase.h"
+#include "host/Paths.h"
 
 namespace host {
 namespace {
@@ -22,6 +25,8 @@ constexpr const char* kWelcome =
     "configuration file; Enter takes what stands in [brackets].\n\n";
 
 constexpr std::string_view kAutomatic = "automatic";
+
+constexpr std::chrono::milliseconds kLockDeadline(2'000);
 
 constexpr const char* kNextStep =
     "\nNext, sign in: `qvr-oauth2 sign-in google USER` or `qvr-oauth2 sign-in microsoft USER`.\n";
@@ -160,10 +165,24 @@ void keepChoice(const std::string& path, Configuration& configuration) {
     configuration.keychain.kind = existing->keychain.kind;
 }
 
+// Answers that took their time are not thrown away because a sign-in waits for its browser.
+std::variant<ConfigurationLock, Failure> lockToWrite(const std::string& path) {
+  if (auto failure = makeFolder(parentFolder(linkTarget(path)))) return *failure;
+  for (;;) {
+    auto lock =
+        ConfigurationLock::acquire(path, ConfigurationLock::Kind::kExclusive, kLockDeadline);
+    const auto* const failure = std::get_if<Failure>(&lock);
+    if (failure == nullptr || failure->status != kTryAgainLater) return lock;
+    if (ask({failure->sentence + "\nTry again?", "yes", problemWithYesOrNo}) == "no") return lock;
+  }
+}
+
 int askAndWrite(const std::string& path) {
   if (!mayReplace(path)) return report({kFailed, "Nothing was written."});
   Configuration configuration = startingPoint(path);
   askForAll(configuration);
+  const auto lock = lockToWrite(path);
+  if (const auto* failure = std::get_if<Failure>(&lock)) return report(*failure);
   keepChoice(path, configuration);
   const std::string text = configurationText(configuration);
   auto checked = parseConfiguration(text, path);

@@ -163,11 +163,6 @@ class Reader {
   Configuration& configuration_;
 };
 
-std::string configCommand(const std::string& path) {
-  if (path == defaultConfigurationPath()) return "`qvr-oauth2 config`";
-  return "`qvr-oauth2 --config " + shellQuoted(path) + " config`";
-}
-
 Failure cannotRead(const std::string& path, const std::string& why) {
   return {kFailed, "The configuration " + path + " cannot be read (" + why + "): mend it, or run " +
                        configCommand(path) + " to write a new one."};

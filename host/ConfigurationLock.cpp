@@ -2,11 +2,14 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <thread>
+
+#include "host/FileWriting.h"
+#include "host/Paths.h"
 
 namespace host {
 namespace {
@@ -25,12 +28,25 @@ bool tryLock(int file, ConfigurationLock::Kind kind) {
   return result == 0 || errno != EWOULDBLOCK;
 }
 
-// False when the path has got another file since this one was opened: writers replace it.
-bool isStillAt(const std::string& path, int file) {
-  struct stat there = {};
-  struct stat here = {};
-  return stat(path.c_str(), &there) == 0 && fstat(file, &here) == 0 &&
-         there.st_dev == here.st_dev && there.st_ino == here.st_ino;
+bool canBeChanged(const std::string& folder) {
+  return faccessat(AT_FDCWD, folder.c_str(), W_OK, AT_EACCESS) == 0 ||
+         (errno != EACCES && errno != EROFS);
+}
+
+// Never the configuration itself where that can be replaced: whoever opens the new file has nothing
+// to do with a lock on the old one.
+Descriptor openLockFile(const std::string& path) {
+  const std::string file = linkTarget(path);
+  Descriptor lock(open((file + ".lock").c_str(),
+                       O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
+  if (lock || canBeChanged(parentFolder(file))) return lock;
+  return Descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+}
+
+Failure cannotLock(const std::string& path) {
+  const std::string reason = std::strerror(errno);
+  return {kFailed, "The configuration " + path + " cannot be locked (" + reason + "): check " +
+                       linkTarget(path) + ".lock and the permissions of its folder."};
 }
 
 Failure busy(ConfigurationLock::Kind kind) {
@@ -46,14 +62,10 @@ Failure busy(ConfigurationLock::Kind kind) {
 
 std::variant<ConfigurationLock, Failure> ConfigurationLock::acquire(
     const std::string& path, Kind kind, std::chrono::milliseconds deadline) {
+  Descriptor file = openLockFile(path);
+  if (!file) return cannotLock(path);
   for (const auto end = Clock::now() + deadline;; std::this_thread::sleep_for(kPause)) {
-    Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!file) {
-      return Failure{
-          kFailed, "The configuration " + path + " cannot be read (" + std::strerror(errno) + ")."};
-    }
-    if (tryLock(file.number(), kind) && isStillAt(path, file.number()))
-      return ConfigurationLock(std::move(file));
+    if (tryLock(file.number(), kind)) return ConfigurationLock(std::move(file));
     if (Clock::now() >= end) return busy(kind);
   }
 }

@@ -1,9 +1,13 @@
 // The lock of a configuration file: every command that works on the keychain holds a share of it,
 // so that the keychain is not exchanged under a token that is just being refreshed and stored.
 //
-// Commands take it before they read where the keychain is. The kernel gives it back however the
-// process ends. On a file system without locks it stands for nothing: it guards against a
-// coincidence, and is no reason to shut anybody out.
+// Commands take it before they read where the keychain is. It lies on a file of its own beside the
+// configuration, which is replaced when it is written, and stays there: a lock on a file that has
+// lost its name would keep nobody out. Where the folder is read-only, so that nothing in it is ever
+// replaced, it lies on the configuration itself.
+//
+// The kernel gives it back however the process ends. On a file system without locks it stands for
+// nothing: it guards against a coincidence, and is no reason to shut anybody out.
 #pragma once
 
 #include <chrono>
@@ -24,7 +28,8 @@ class ConfigurationLock {
   };
 
   // Waits until no other process holds what contradicts it; fails with kTryAgainLater at the
-  // deadline, and with kFailed for a file that cannot be opened.
+  // deadline, and with kFailed when the file of the lock cannot be opened. The configuration need
+  // not be there yet, but its folder must.
   static std::variant<ConfigurationLock, Failure> acquire(const std::string& path, Kind kind,
                                                           std::chrono::milliseconds deadline);
 

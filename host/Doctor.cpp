@@ -1,6 +1,6 @@
 // qvr-oauth2 doctor: everything that signing in needs, looked at before somebody needs it.
 #include <algorithm>
-#include <iterator>
+#include <string>
 #include <utility>
 #include <variant>
 
@@ -20,15 +20,48 @@ namespace {
 
 // For the session bus and the keyring to answer a call. A slow one is no use to a sign-in either.
 constexpr double kBusTimeoutSeconds = 2;
+// For the user to answer a keyring that asks.
+constexpr double kPromptTimeoutSeconds = 20;
 
-void append(Checks& checks, Checks further) {
-  std::move(further.begin(), further.end(), std::back_inserter(checks));
-}
+// What has been found. As text it is written at once: the keychain may keep everybody waiting.
+class Findings {
+ public:
+  explicit Findings(bool asJSON) : asJSON_(asJSON) {}
+
+  void add(Check check) {
+    checks_.push_back(std::move(check));
+    if (!asJSON_) write(textOf({checks_.back()}));
+  }
+  void add(const Checks& checks) {
+    for (const Check& check : checks)
+      add(check);
+  }
+
+  // Writes what has not been written yet. Returns an ExitStatus.
+  int finish() {
+    if (asJSON_) write(jsonOf(checks_));
+    if (!isWritten_) return report(cannotWriteOutput());
+    return std::any_of(checks_.begin(), checks_.end(), isProblem) ? kFailed : kDone;
+  }
+
+ private:
+  void write(const std::string& text) { isWritten_ = isWritten_ && writeOut(text); }
+
+  const bool asJSON_;
+  bool isWritten_ = true;
+  Checks checks_;
+};
 
 KeychainSources keychainSources() {
   qvr::SecretServiceOptions options;
   options.callTimeoutSeconds = kBusTimeoutSeconds;
-  options.mayPrompt = false;
+  options.mayPrompt = false;  // to be unlocked; some ask before they store or remove an item
+  options.promptTimeoutSeconds = kPromptTimeoutSeconds;
+  options.promptIsShown = [] {
+    say("The desktop's keyring asks a question: allow the item that doctor stores as a trial, and "
+        "its removal. Waiting up to " +
+        std::to_string(static_cast<int>(kPromptTimeoutSeconds)) + " s for that.");
+  };
   return {.examineSecretService = [options] { return qvr::examineSecretService(options); },
           .makeSecretService = [options] { return qvr::makeSecretServiceKeychain(options); },
           .makeFiles = [](const auto& keychain) { return makeKeychain(kEncryptedFile, keychain); }};
@@ -56,40 +89,41 @@ EndpointRequests startRequests(const Configuration& configuration) {
 }
 
 Checks checkServers(const Configuration& configuration, const EndpointRequests& requests) {
+  const bool isRegistered = !endpointHosts(configuration).empty();
   const EndpointAnswers answers = requests.wait();
   Checks checks = checkEndpoints(answers);
   if (const auto failure = certificateAuthorityProblem(configuration))
     checks.push_back(Check::problem("TLS", failure->sentence, "Correct " + configuration.path));
-  checks.push_back(checkClock(answers));
+  else if (!isRegistered)
+    checks.push_back(needsRegistration("TLS"));
+  checks.push_back(isRegistered ? checkClock(answers) : needsRegistration("clock"));
   return checks;
 }
 
-Checks checkWith(const Configuration& configuration) {
+void checkWith(const Configuration& configuration, Findings& findings) {
   keepSecret(configuration.google.clientSecret);
   const EndpointRequests requests = startRequests(configuration);
   const DesktopSession desktop = currentDesktopSession();
-  Checks checks = {checkRegistrations(configuration)};
-  append(checks, checkRedirectHandlers(configuration, desktop));
-  checks.push_back(checkBrowser(desktop));
-  checks.push_back(checkKeychain(configuration, keychainSources()));
-  checks.push_back(checkRuntimeFolder(runtimeFolder()));
-  checks.push_back(checkSessionBus(busOptions()));
-  append(checks, checkServers(configuration, requests));
-  append(checks, checkFileModes(configuration));
-  return checks;
+  findings.add(checkRegistrations(configuration));
+  findings.add(checkRedirectHandlers(configuration, desktop));
+  findings.add(checkBrowser(desktop));
+  findings.add(checkKeychain(configuration, keychainSources()));
+  findings.add(checkRuntimeFolder(runtimeFolder()));
+  findings.add(checkSessionBus(busOptions()));
+  findings.add(checkServers(configuration, requests));
+  findings.add(checkFileModes(configuration));
 }
 
-Checks checkWithout() {
+void checkWithout(Findings& findings) {
   const auto unchecked = [](const char* name) {
     return Check::unchecked(name, "it needs the configuration.", "Mend the configuration first.");
   };
-  Checks checks = {unchecked("registrations"), unchecked("redirect handler")};
-  checks.push_back(checkBrowser(currentDesktopSession()));
-  checks.push_back(unchecked("keychain"));
-  checks.push_back(checkRuntimeFolder(runtimeFolder()));
-  checks.push_back(checkSessionBus(busOptions()));
-  append(checks, {unchecked("TLS"), unchecked("clock"), unchecked("file modes")});
-  return checks;
+  findings.add({unchecked("registrations"), unchecked("redirect handler")});
+  findings.add(checkBrowser(currentDesktopSession()));
+  findings.add(unchecked("keychain"));
+  findings.add(checkRuntimeFolder(runtimeFolder()));
+  findings.add(checkSessionBus(busOptions()));
+  findings.add({unchecked("TLS"), unchecked("clock"), unchecked("file modes")});
 }
 
 // Without the warning about the file's mode, which has a check of its own.
@@ -100,23 +134,19 @@ std::variant<Configuration, Failure> readWhatItSays(const std::string& path) {
   return parseConfiguration(std::get<std::string>(text), path);
 }
 
-Checks checkAll(const DoctorOptions& options) {
-  auto result = readWhatItSays(options.configurationPath);
-  Checks checks = checkConfiguration(result, options.configurationPath);
-  auto* const configuration = std::get_if<Configuration>(&result);
-  if (configuration != nullptr)
-    configuration->keychain.passphraseDescriptor = options.passphraseDescriptor;
-  append(checks, configuration != nullptr ? checkWith(*configuration) : checkWithout());
-  return checks;
-}
-
 }  // namespace
 
 int doctor(const DoctorOptions& options) {
-  const Checks checks = checkAll(options);
-  if (!writeOut(options.asJSON ? jsonOf(checks) : textOf(checks)))
-    return report(cannotWriteOutput());
-  return std::any_of(checks.begin(), checks.end(), isProblem) ? kFailed : kDone;
+  Findings findings(options.asJSON);
+  auto result = readWhatItSays(options.configurationPath);
+  findings.add(checkConfiguration(result, options.configurationPath));
+  if (auto* const configuration = std::get_if<Configuration>(&result)) {
+    configuration->keychain.passphraseDescriptor = options.passphraseDescriptor;
+    checkWith(*configuration, findings);
+  } else {
+    checkWithout(findings);
+  }
+  return findings.finish();
 }
 
 }  // namespace host

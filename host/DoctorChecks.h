@@ -25,6 +25,9 @@ Checks checkConfiguration(const std::variant<Configuration, Failure>& result,
 // At which providers there is a registration: at least one is needed.
 Check checkRegistrations(const Configuration& configuration);
 
+// What there is to say of a thing that is one of the registrations', when there is none.
+Check needsRegistration(std::string name);
+
 // What a desktop session offers.
 struct DesktopSession {
   bool hasDisplay = false;
@@ -42,7 +45,8 @@ Checks checkRedirectHandlers(const Configuration& configuration, const DesktopSe
 // What would open the address to sign in at.
 Check checkBrowser(const DesktopSession& desktop);
 
-// Where keychains come from. None may ask the keyring's user anything: doctor waits for nobody.
+// Where keychains come from. None may ask the user to unlock the keyring: what is locked is said to
+// be so.
 struct KeychainSources {
   SecretServiceExaminer examineSecretService;
   std::function<qvr::Ref<qvr::KeychainItems>()> makeSecretService;
@@ -58,6 +62,10 @@ Check checkRuntimeFolder(const std::string& folder);
 
 // Whether a bus is there over which the desktop hands redirects over.
 Check checkSessionBus(const qvr::URLReceiverOptions& options);
+
+// Why the file keychain refuses a folder that is there: it has to be the user's own, and closed to
+// others. Absent when it does not, and for a missing folder.
+std::optional<Check> checkPrivateFolder(const std::string& name, const std::string& path);
 
 // Whether what has to be the user's own is, and is closed to others.
 Checks checkFileModes(const Configuration& configuration);

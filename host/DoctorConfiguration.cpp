@@ -1,4 +1,8 @@
 // `doctor` on the configuration, and on what has to be in it.
+#include <unistd.h>
+
+#include <cerrno>
+
 #include "QVROAuth2Client/QVROAuth2Provider.h"
 #include "host/DoctorChecks.h"
 #include "host/Messages.h"
@@ -9,8 +13,8 @@ namespace {
 constexpr const char* kConfiguration = "configuration";
 constexpr const char* kRegistrations = "registrations";
 
-std::string configCommand(const std::string& path) {
-  return "`qvr-oauth2 --config " + shellQuoted(path) + " config`";
+bool isMissing(const std::string& path) {
+  return access(path.c_str(), F_OK) != 0 && errno == ENOENT;
 }
 
 std::string registerAt(const std::string& path) {
@@ -22,6 +26,9 @@ std::string registerAt(const std::string& path) {
 Checks checkConfiguration(const std::variant<Configuration, Failure>& result,
                           const std::string& path) {
   if (const auto* failure = std::get_if<Failure>(&result)) {
+    if (isMissing(path))
+      return {Check::problem(kConfiguration, "There is no configuration at " + path + ".",
+                             configCommand(path) + " asks for what belongs into it.")};
     return {Check::problem(kConfiguration, failure->sentence,
                            "Correct the file, or write a new one: " + configCommand(path))};
   }
@@ -32,6 +39,11 @@ Checks checkConfiguration(const std::variant<Configuration, Failure>& result,
   for (const std::string& warning : configuration.warnings)
     checks.push_back(Check::warning(kConfiguration, warning, "Correct " + path + "."));
   return checks;
+}
+
+Check needsRegistration(std::string name) {
+  return Check::unchecked(std::move(name), "it needs a registration.",
+                          "Register at a provider first.");
 }
 
 Check checkRegistrations(const Configuration& configuration) {

@@ -116,12 +116,16 @@ Checks checkRedirectHandlers(const Configuration& configuration, const DesktopSe
   const std::string entry = applicationIdentifier(configuration) + ".desktop";
   for (const std::string& scheme : redirectSchemes(configuration))
     checks.push_back(checkRedirectHandler(scheme, entry, desktop));
+  if (checks.empty()) checks.push_back(needsRegistration(kHandler));
   return checks;
 }
 
 Check checkBrowser(const DesktopSession& desktop) {
-  if (desktop.isSandboxed)
-    return Check::ok(kBrowser, "The desktop's portal opens the address in your browser.");
+  if (desktop.isSandboxed) {
+    return Check::unchecked(
+        kBrowser, "from a sandbox the desktop's portal opens the address, and is asked at sign-in.",
+        std::string("If no browser opens then, ") + kPaste);
+  }
   const std::string handler = webHandler(desktop);
   if (!handler.empty()) return Check::ok(kBrowser, "xdg-open opens the address: " + handler + ".");
   if (!desktop.browser.empty())

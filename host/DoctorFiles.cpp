@@ -41,23 +41,27 @@ void checkFolderAbove(const std::string& path, Checks& checks) {
     checkMode(folder, kWritingOfOthers, "chmod go-w", checks);
 }
 
-// The keychain refuses these unless they are private.
-void checkPrivateFolder(const std::string& path, Checks& checks) {
-  if (const auto failure = privateFolderProblem(path))
-    checks.push_back(
-        Check::problem(kName, failure->sentence,
-                       command("chmod 700", path) +
-                           ", or choose another place under [keychain] in the configuration"));
-}
-
 void checkFileKeychain(const Configuration::Keychain& keychain, Checks& checks) {
-  checkPrivateFolder(keychain.directory, checks);
+  if (auto check = checkPrivateFolder(kName, keychain.directory)) checks.push_back(*check);
   if (keychain.protection != "key-file") return;
-  checkPrivateFolder(parentFolder(keychain.keyFile), checks);
+  if (auto check = checkPrivateFolder(kName, parentFolder(keychain.keyFile)))
+    checks.push_back(*check);
   checkMode(keychain.keyFile, kAccessOfOthers, "chmod 600", checks);
 }
 
 }  // namespace
+
+std::optional<Check> checkPrivateFolder(const std::string& name, const std::string& path) {
+  const auto failure = privateFolderProblem(path);
+  if (!failure) return std::nullopt;
+  const std::string otherwise = ", or choose another place under [keychain] in the configuration.";
+  struct stat status = {};
+  const bool isOwnFolder =
+      lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == geteuid();
+  if (!isOwnFolder) return Check::problem(name, failure->sentence, "Do that" + otherwise);
+  return Check::problem(name, "The folder " + path + " is open to other users.",
+                        command("chmod 700", path) + otherwise);
+}
 
 Checks checkFileModes(const Configuration& configuration) {
   Checks checks;

@@ -8,6 +8,7 @@
 
 #include "host/DoctorChecks.h"
 #include "host/KeychainTrial.h"
+#include "host/Paths.h"
 
 namespace host {
 namespace {
@@ -17,14 +18,32 @@ using Keychain = Configuration::Keychain;
 using SecretService = qvr::SecretServiceState;
 
 constexpr const char* kName = "keychain";
-// The result of a trial of a keychain that is called `what`.
-Check checkTrial(const std::string& what, std::string_view kind, qvr::KeychainItems& keychain) {
-  if (const auto failure = keychainProblem(keychain, kind)) {
-    const std::string other = kind == kSecretService ? "file" : "secret-service";
-    return Check::problem(
-        kName, what + ": " + failure->sentence,
-        "Mend that, or use the other keychain: `qvr-oauth2 keychain move " + other + "`");
-  }
+
+// A keychain that is being tried.
+struct Trial {
+  std::string what;  // how the sentences call it
+  std::string_view kind;
+  const std::string& configurationPath;
+};
+
+// How to do without a keychain whose tokens cannot be carried over.
+std::string abandoning(const Trial& trial) {
+  const std::string other(trial.kind == kSecretService ? kEncryptedFile : kSecretService);
+  return "to do without what it holds, write kind = \"" + other + "\" under [keychain] in " +
+         trial.configurationPath + " and sign in again.";
+}
+
+// Tokens can be moved from a keychain that can be read, whatever else is wrong with it.
+std::string remedyFor(const Trial& trial, qvr::KeychainItems& keychain) {
+  if (lookUpProblem(keychain, trial.kind)) return "Mend that; or, " + abandoning(trial);
+  const std::string other = trial.kind == kSecretService ? "file" : "secret-service";
+  return "Mend that, or use the other keychain: `qvr-oauth2 keychain move " + other + "`";
+}
+
+Check check(const Trial& trial, qvr::KeychainItems& keychain) {
+  const std::string& what = trial.what;
+  if (const auto failure = roundTripProblem(keychain, trial.kind))
+    return Check::problem(kName, what + ": " + failure->sentence, remedyFor(trial, keychain));
   return Check::ok(kName, what + ": an item was stored, read back and removed.");
 }
 
@@ -58,19 +77,24 @@ class ThrowAwayFolder {
 };
 
 // The first item makes the key, the folders and more, which would stay. So a keychain that has none
-// is tried in a copy beside its place: what matters there is whether the place can be written.
-Check checkNewFileKeychain(const std::string& what, const Keychain& keychain) {
+// is tried in a copy beside its place: what matters there is whether the place can be written, and
+// that the folders of its own that are there already are private.
+Check checkNewFileKeychain(const Trial& trial, const Keychain& keychain) {
+  if (auto problem = checkPrivateFolder(kName, keychain.directory)) return *problem;
+  const bool hasKey = keychain.protection == "key-file";
+  if (auto problem = checkPrivateFolder(kName, parentFolder(keychain.keyFile)); hasKey && problem)
+    return *problem;
   const ThrowAwayFolder folder(keychain.directory);
   if (!folder.isThere()) {
-    return Check::problem(
-        kName,
-        what + ": the folder " + keychain.directory + " cannot be made (" + folder.problem() + ").",
-        "Check the permissions of the folders above it, or choose another place "
-        "under [keychain] in the configuration.");
+    return Check::problem(kName,
+                          trial.what + ": the folder " + keychain.directory + " cannot be made (" +
+                              folder.problem() + ").",
+                          "Check the permissions of the folders above it, or choose another place "
+                          "under [keychain] in the configuration.");
   }
-  const auto trial =
+  const auto copy =
       qvr::makeEncryptedFileKeychain({folder.path() + "/items", folder.path() + "/key", {}});
-  return checkTrial(what + " (empty so far)", kEncryptedFile, *trial);
+  return check({trial.what + " (empty so far)", trial.kind, trial.configurationPath}, *copy);
 }
 
 Check noPassphrase(const Failure& failure, const Keychain& keychain) {
@@ -83,28 +107,29 @@ Check noPassphrase(const Failure& failure, const Keychain& keychain) {
                           "--passphrase-fd.");
 }
 
-Check checkFileKeychain(const std::string& what, const Keychain& keychain,
+Check checkFileKeychain(const Trial& trial, const Keychain& keychain,
                         const KeychainSources& sources) {
-  if (!isFileKeychainInUse(keychain)) return checkNewFileKeychain(what, keychain);
+  if (!isFileKeychainInUse(keychain)) return checkNewFileKeychain(trial, keychain);
   const auto files = sources.makeFiles(keychain);
   if (const auto* failure = std::get_if<Failure>(&files)) return noPassphrase(*failure, keychain);
-  return checkTrial(what, kEncryptedFile, *std::get<qvr::Ref<qvr::KeychainItems>>(files));
+  return check(trial, *std::get<qvr::Ref<qvr::KeychainItems>>(files));
 }
 
-Check checkSecretService(const std::string& what, const KeychainSources& sources) {
+Check checkSecretService(const Trial& trial, const KeychainSources& sources) {
   const SecretService state = sources.examineSecretService();
   switch (state.kind) {
     case SecretService::Kind::kReady:
-      return checkTrial(what, kSecretService, *sources.makeSecretService());
+      return check(trial, *sources.makeSecretService());
     case SecretService::Kind::kLocked:
-      return Check::warning(kName, what + " cannot be tried while it is locked. " + state.reason,
+      return Check::warning(kName,
+                            trial.what + " cannot be tried while it is locked. " + state.reason,
                             "Unlock it in your desktop's password manager, or when sign-in asks.");
     case SecretService::Kind::kAbsent:
       break;
   }
-  return Check::problem(kName, what + " cannot be used. " + state.reason,
-                        "Start the desktop's keyring (GNOME Keyring, KWallet or KeePassXC), or "
-                        "keep tokens in files: `qvr-oauth2 keychain move file`");
+  return Check::problem(kName, trial.what + " cannot be used. " + state.reason,
+                        "Start the desktop's keyring (GNOME Keyring, KWallet or KeePassXC); or, " +
+                            abandoning(trial));
 }
 
 }  // namespace
@@ -116,8 +141,9 @@ Check checkKeychain(const Configuration& configuration, const KeychainSources& s
       isChosen ? keychain.kind : keychainToChoose(keychain, sources.examineSecretService);
   const std::string what =
       (isChosen ? "Chosen: " : "Not chosen yet; would be: ") + std::string(keychainName(kind));
-  if (kind == kSecretService) return checkSecretService(what, sources);
-  return checkFileKeychain(what + " in " + keychain.directory, keychain, sources);
+  if (kind == kSecretService) return checkSecretService({what, kind, configuration.path}, sources);
+  return checkFileKeychain({what + " in " + keychain.directory, kind, configuration.path}, keychain,
+                           sources);
 }
 
 }  // namespace host

@@ -41,6 +41,15 @@ std::optional<Failure> FileChanges::write(const std::string& path, std::string_v
   return replaceFile(path, text, mode);
 }
 
+std::optional<Failure> FileChanges::requireText(const std::string& path,
+                                                const std::optional<std::string>& known) const {
+  Before before;
+  if (auto failure = readBefore(path, &before)) return failure;
+  if (before.text == known) return std::nullopt;
+  return Failure{kTryAgainLater,
+                 "Another program has just changed " + path + ": run the command again."};
+}
+
 std::optional<Failure> FileChanges::remove(const std::string& path) {
   Before before;
   if (auto failure = readBefore(path, &before)) return failure;

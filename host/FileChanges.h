@@ -24,6 +24,11 @@ class FileChanges {
   // that has this text already is left alone.
   std::optional<Failure> write(const std::string& path, std::string_view text);
 
+  // Fails when the file has another text than `known` (absent: it is not there). To be asked right
+  // before a change that is made of that text: another program's own change would be lost.
+  std::optional<Failure> requireText(const std::string& path,
+                                     const std::optional<std::string>& known) const;
+
   // Removes the file, if it is there.
   std::optional<Failure> remove(const std::string& path);
 

@@ -29,12 +29,6 @@ bool writeAndSync(int file, std::string_view text) {
   return fsync(file) == 0;
 }
 
-// What a symbolic link leads to; the path itself when it is none, or leads nowhere.
-std::string target(const std::string& path) {
-  const std::unique_ptr<char, void (*)(void*)> real(realpath(path.c_str(), nullptr), std::free);
-  return real ? real.get() : path;
-}
-
 bool syncFolder(const std::string& folder) {
   const Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   return descriptor && fsync(descriptor.number()) == 0;
@@ -42,8 +36,13 @@ bool syncFolder(const std::string& folder) {
 
 }  // namespace
 
+std::string linkTarget(const std::string& path) {
+  const std::unique_ptr<char, void (*)(void*)> real(realpath(path.c_str(), nullptr), std::free);
+  return real ? real.get() : path;
+}
+
 std::optional<Failure> replaceFile(const std::string& path, std::string_view text, mode_t mode) {
-  const std::string file = target(path);
+  const std::string file = linkTarget(path);
   const std::string folder = parentFolder(file);
   if (auto failure = makeFolder(folder)) return failure;
   std::string temporary = file + ".XXXXXX";

@@ -61,6 +61,7 @@ HandlerList::HandlerList(std::string_view text) {
 }
 
 std::string HandlerList::text() const {
+  if (lines_.empty()) return {};
   std::string text = lines_.front();
   for (std::size_t i = 1; i < lines_.size(); ++i)
     text += "\n" + lines_[i];

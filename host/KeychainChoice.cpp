@@ -108,7 +108,7 @@ std::variant<ConfigurationLock, Failure> settleKeychain(Configuration& configura
     if (std::holds_alternative<Failure>(lock) || !configuration.keychain.kind.empty()) return lock;
   }
   if (auto failure = choose(configuration, examine)) return *failure;
-  // The file that was locked has been replaced by the one with the choice.
+  // The lock of the choice kept everybody out, and is given back; a move may have come in between.
   return lockAndRead(configuration, kind);
 }
 

@@ -110,15 +110,21 @@ std::optional<Failure> KeychainMove::copyItem(const Item& item) const {
           ? target_.items->add(withData(query, item.data))
           : target_.items->update(query, withData(KeychainQuery(), item.data));
   if (written != qvr::errSecSuccess) return failed(target_, item.name, written);
+  return expectInTarget(item, " was stored and did not come back whole from " +
+                                  std::string(keychainName(target_.kind)) +
+                                  ": see that it is unlocked, and try again.");
+}
+
+// Of an item that was there before, some token is enough: check() has found it the one to keep.
+std::optional<Failure> KeychainMove::expectInTarget(const Item& item,
+                                                    const std::string& otherwise) const {
   qvr::Data there;
   const std::int32_t status = read(*target_.items, item.name, &there);
   if (status != qvr::errSecSuccess && status != qvr::errSecItemNotFound)
     return failed(target_, item.name, status);
-  if (status == qvr::errSecSuccess && there == item.data) return std::nullopt;
-  return Failure{kTryAgainLater, "The token of " + accountText(item.name) +
-                                     " was stored and did not come back whole from " +
-                                     std::string(keychainName(target_.kind)) +
-                                     ": see that it is unlocked, and try again."};
+  if (status == qvr::errSecSuccess && (item.action == Action::kNothing || there == item.data))
+    return std::nullopt;
+  return Failure{kTryAgainLater, "The token of " + accountText(item.name) + otherwise};
 }
 
 std::optional<Failure> KeychainMove::removeOld() const {
@@ -132,11 +138,15 @@ std::optional<Failure> KeychainMove::removeItem(const Item& item) const {
   qvr::Data now;
   std::int32_t status = read(*source_.items, item.name, &now);
   if (status == qvr::errSecItemNotFound) return std::nullopt;
-  if (status == qvr::errSecSuccess && now != item.data) {
+  if (status != qvr::errSecSuccess) return failed(source_, item.name, status);
+  if (now != item.data) {
     return Failure{kTryAgainLater, "The token of " + accountText(item.name) +
                                        " has changed while it was moved, and stays."};
   }
-  if (status == qvr::errSecSuccess) status = source_.items->remove(queryFor(item.name));
+  if (auto failure = expectInTarget(
+          item, " is not in " + std::string(keychainName(target_.kind)) + " any more, and stays."))
+    return failure;
+  status = source_.items->remove(queryFor(item.name));
   if (status == qvr::errSecSuccess || status == qvr::errSecItemNotFound) return std::nullopt;
   return failed(source_, item.name, status);
 }

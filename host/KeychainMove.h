@@ -1,5 +1,7 @@
 // Carrying the tokens from one keychain to another, so that each of them is in at least one of the
-// two at any moment, whatever fails and whenever the process ends.
+// two at any moment, whatever fails and whenever the process ends. What was stored is as durable as
+// the keychain makes it: a desktop's keyring may answer from memory and write its disk seconds
+// later, so that a machine which loses its power then may lose what was moved.
 //
 //   check()       reads everything, and changes nothing
 //   copy()        puts what is missing into the target, and reads each item back
@@ -46,7 +48,8 @@ class KeychainMove {
 
   std::optional<Failure> copy() const;
 
-  // Leaves an item alone that has changed since it was read.
+  // Leaves an item alone that has changed since it was read, and one that is not in the target (any
+  // more): a second move may be under way where files cannot be locked.
   std::optional<Failure> removeOld() const;
 
   // How many items there are to move, and those that take the place of an older one.
@@ -63,6 +66,7 @@ class KeychainMove {
 
   std::optional<Failure> checkItem(const qvr::KeychainItemName& name);
   std::optional<Failure> copyItem(const Item& item) const;
+  std::optional<Failure> expectInTarget(const Item& item, const std::string& otherwise) const;
   std::optional<Failure> removeItem(const Item& item) const;
   bool isNewer(const qvr::Data& a, const qvr::Data& b) const;
   Failure conflict() const;

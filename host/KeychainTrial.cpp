@@ -49,22 +49,67 @@ std::optional<Failure> readingProblem(qvr::KeychainItems& keychain, std::string_
   return failureForStatus(status, kind);
 }
 
+KeychainQuery itemOf(const qvr::Data& data) {
+  return {{std::string(qvr::kSecClass), qvr::kSecClassGenericPassword},
+          {std::string(qvr::kSecAttrService), QVROAuth2Keychain::serviceNameForService(kService)},
+          {std::string(qvr::kSecAttrAccount), accountFor(data)}};
+}
+
+std::string textIn(const KeychainQuery& query, std::string_view key) {
+  return *query.at(std::string(key)).as<std::string>();
+}
+
+// An item that stays is named, so that the user can remove it. A keyring may ask before it removes
+// one: nobody said yes then, and the words about unlocking would mislead.
+std::optional<Failure> removingProblem(qvr::KeychainItems& keychain, std::string_view kind,
+                                       const KeychainQuery& item) {
+  const std::int32_t status = keychain.remove(item);
+  if (status == qvr::errSecSuccess || status == qvr::errSecItemNotFound) return std::nullopt;
+  const bool isRefused =
+      status == qvr::errSecUserCanceled || status == qvr::errSecInteractionNotAllowed;
+  auto failure = failureForKeychainStatus(status, kind);
+  failure.sentence = "An item that was stored as a trial could not be removed" +
+                     (isRefused ? ", since nobody allowed it. " : ". " + failure.sentence + " ") +
+                     "It holds no token, has the service \"" + textIn(item, qvr::kSecAttrService) +
+                     "\" and the account \"" + textIn(item, qvr::kSecAttrAccount) +
+                     "\", and can be removed by hand.";
+  return failure;
+}
+
+std::optional<qvr::Data> dataOrFailure(std::optional<Failure>* failure) {
+  auto data = randomData();
+  if (!data) *failure = {kFailed, "The system's random generator fails: restart the computer."};
+  return data;
+}
+
 }  // namespace
 
-std::optional<Failure> keychainProblem(qvr::KeychainItems& keychain, std::string_view kind) {
-  const auto data = randomData();
-  if (!data) return Failure{kFailed, "The system's random generator fails: restart the computer."};
-  const KeychainQuery item = {
-      {std::string(qvr::kSecClass), qvr::kSecClassGenericPassword},
-      {std::string(qvr::kSecAttrService), QVROAuth2Keychain::serviceNameForService(kService)},
-      {std::string(qvr::kSecAttrAccount), accountFor(*data)}};
+std::optional<Failure> roundTripProblem(qvr::KeychainItems& keychain, std::string_view kind) {
+  std::optional<Failure> failure;
+  const auto data = dataOrFailure(&failure);
+  if (!data) return failure;
+  const KeychainQuery item = itemOf(*data);
   KeychainQuery attributes = item;
   attributes.emplace(qvr::kSecValueData, *data);
-  if (auto failure = failureForStatus(keychain.add(attributes), kind)) return failure;
+  if (auto problem = failureForStatus(keychain.add(attributes), kind)) return problem;
   auto problem = readingProblem(keychain, kind, item, *data);
-  const std::int32_t removed = keychain.remove(item);
-  if (problem || removed == qvr::errSecItemNotFound) return problem;
-  return failureForStatus(removed, kind);
+  const auto staying = removingProblem(keychain, kind, item);
+  if (!problem) return staying;
+  if (staying) problem->sentence += " " + staying->sentence;
+  return problem;
+}
+
+std::optional<Failure> lookUpProblem(qvr::KeychainItems& keychain, std::string_view kind) {
+  std::optional<Failure> failure;
+  const auto data = dataOrFailure(&failure);
+  if (!data) return failure;
+  const std::int32_t status = keychain.copyMatching(itemOf(*data), nullptr);
+  if (status == qvr::errSecItemNotFound) return std::nullopt;
+  return failureForStatus(status, kind);
+}
+
+std::optional<Failure> keychainProblem(qvr::KeychainItems& keychain, std::string_view kind) {
+  return kind == kSecretService ? lookUpProblem(keychain, kind) : roundTripProblem(keychain, kind);
 }
 
 }  // namespace host

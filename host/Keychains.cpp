@@ -6,6 +6,7 @@
 
 #include "QVROAuth2Client/platform/Ports.h"
 #include "host/Console.h"
+#include "host/KeychainChoice.h"
 #include "host/Passphrase.h"
 #include "host/Secrets.h"
 
@@ -16,7 +17,8 @@ qvr::Ref<qvr::KeychainItems> makeKeyring() {
   qvr::SecretServiceOptions options;
   const auto seconds = std::to_string(static_cast<int>(options.promptTimeoutSeconds));
   options.promptIsShown = [seconds] {
-    say("The desktop's keyring asks to be unlocked; waiting up to " + seconds + " s for that.");
+    say("The desktop's keyring asks you something, most likely to be unlocked; waiting up to " +
+        seconds + " s for the answer.");
   };
   return qvr::makeSecretServiceKeychain(std::move(options));
 }
@@ -26,9 +28,10 @@ KeychainOrFailure makeFiles(const Configuration::Keychain& keychain) {
   options.directory = keychain.directory;
   options.keyFile = keychain.keyFile;
   if (keychain.protection == "passphrase") {
-    auto passphrase = keychain.passphraseDescriptor >= 0
-                          ? readPassphrase(keychain.passphraseDescriptor)
-                          : obtainPassphrase(keychain.passphraseCommand);
+    auto passphrase =
+        keychain.passphraseDescriptor >= 0
+            ? readPassphrase(keychain.passphraseDescriptor)
+            : obtainPassphrase(keychain.passphraseCommand, !isFileKeychainInUse(keychain));
     if (auto* failure = std::get_if<Failure>(&passphrase)) return *failure;
     options.passphrase = std::get<std::string>(std::move(passphrase));
     keepSecret(*options.passphrase);

@@ -265,4 +265,9 @@ string signInCommand(const Account& account) {
   return commandLine("sign-in", account);
 }
 
+string configCommand(const string& configurationPath) {
+  if (configurationPath == defaultConfigurationPath()) return "`qvr-oauth2 config`";
+  return "`qvr-oauth2 --config " + shellQuoted(configurationPath) + " config`";
+}
+
 }  // namespace host

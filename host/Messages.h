@@ -30,4 +30,7 @@ std::string shellQuoted(std::string_view text);
 std::string commandLine(std::string_view command, const Account& account);
 std::string signInCommand(const Account& account);
 
+// The command that writes the configuration at the path, in backquotes.
+std::string configCommand(const std::string& configurationPath);
+
 }  // namespace host

@@ -141,6 +141,21 @@ std::variant<std::string, Failure> commandOutput(const std::string& command) {
   return line;
 }
 
+std::variant<std::string, Failure> askForPassphrase(std::string_view prompt) {
+  auto answer = askHidden(prompt);
+  if (const auto* failure = std::get_if<Failure>(&answer)) {
+    return Failure{failure->status,
+                   failure->sentence +
+                       " The keychain needs its passphrase: run the command on a "
+                       "terminal, set passphrase_command in the configuration, or give "
+                       "--passphrase-fd."};
+  }
+  if (std::get<std::string>(answer).empty()) {
+    return Failure{kFailed, "The keychain's passphrase cannot be empty."};
+  }
+  return answer;
+}
+
 }  // namespace
 
 std::variant<std::string, Failure> askHidden(std::string_view prompt) {
@@ -176,20 +191,15 @@ std::variant<std::string, Failure> readPassphrase(int descriptor) {
   return line;
 }
 
-std::variant<std::string, Failure> obtainPassphrase(const std::string& command) {
+std::variant<std::string, Failure> obtainPassphrase(const std::string& command, bool isNew) {
   if (!command.empty()) return commandOutput(command);
-  auto answer = askHidden("Passphrase of the keychain: ");
-  if (const auto* failure = std::get_if<Failure>(&answer)) {
-    return Failure{failure->status,
-                   failure->sentence +
-                       " The keychain needs its passphrase: run the command on a "
-                       "terminal, set passphrase_command in the configuration, or give "
-                       "--passphrase-fd."};
-  }
-  if (std::get<std::string>(answer).empty()) {
-    return Failure{kFailed, "The keychain's passphrase cannot be empty."};
-  }
-  return answer;
+  if (!isNew) return askForPassphrase("Passphrase of the keychain: ");
+  const auto answer = askForPassphrase("New passphrase of the keychain: ");
+  if (std::holds_alternative<Failure>(answer)) return answer;
+  const auto again = askForPassphrase("The same passphrase again: ");
+  if (std::holds_alternative<Failure>(again)) return again;
+  if (std::get<std::string>(again) == std::get<std::string>(answer)) return answer;
+  return Failure{kFailed, "The two passphrases differ: run the command again."};
 }
 
 }  // namespace host

@@ -11,8 +11,10 @@
 namespace host {
 
 // The first line that `command` prints, run by /bin/sh, whose standard input and error are ours; or
-// what the user types on the terminal when `command` is empty. Both end with a deadline.
-std::variant<std::string, Failure> obtainPassphrase(const std::string& command);
+// what the user types on the terminal when `command` is empty. Both end with a deadline. One that
+// `isNew` has to be typed twice: nothing could tell a slip of the fingers later, and what was
+// sealed with it would be lost.
+std::variant<std::string, Failure> obtainPassphrase(const std::string& command, bool isNew);
 
 // The first line that can be read from the descriptor; what stands behind it is left there. Ends
 // with a deadline.

@@ -42,6 +42,15 @@ qvr::Ref<QVROAuth2Token> unpack(Result result, qvr::ErrorPtr* error) {
   return std::move(result.record);
 }
 
+qvr::ErrorPtr storeOnce(const Account& account, const qvr::Ref<QVROAuth2Token>& record) {
+  const Outcome<qvr::ErrorPtr> outcome;
+  QVROAuth2TokenManager::sharedOAuth2TokenManager()->setTokenToKeychain(
+      record, account.provider, account.username,
+      [outcome](qvr::ErrorPtr error) { outcome.deliver(std::move(error)); });
+  auto result = outcome.wait(kKeychainDeadlineSeconds);
+  return result ? *result : keychainDeadlineError();
+}
+
 }  // namespace
 
 qvr::Ref<QVROAuth2Token> readRecord(const Account& account, qvr::ErrorPtr* error) {
@@ -52,13 +61,11 @@ qvr::Ref<QVROAuth2Token> readRecord(const Account& account, qvr::ErrorPtr* error
   return unpack(result ? std::move(*result) : Result{nullptr, keychainDeadlineError()}, error);
 }
 
+// Another process may have added the item since it was looked for: then there is one to replace.
 qvr::ErrorPtr storeRecord(const Account& account, const qvr::Ref<QVROAuth2Token>& record) {
-  const Outcome<qvr::ErrorPtr> outcome;
-  QVROAuth2TokenManager::sharedOAuth2TokenManager()->setTokenToKeychain(
-      record, account.provider, account.username,
-      [outcome](qvr::ErrorPtr error) { outcome.deliver(std::move(error)); });
-  auto result = outcome.wait(kKeychainDeadlineSeconds);
-  return result ? *result : keychainDeadlineError();
+  const qvr::ErrorPtr error = storeOnce(account, record);
+  const bool isThereNow = error && error->is(qvr::NSOSStatusErrorDomain, qvr::errSecDuplicateItem);
+  return isThereNow ? storeOnce(account, record) : error;
 }
 
 qvr::ErrorPtr removeRecord(const Account& account) {

@@ -70,9 +70,17 @@ void sayMicrosoftHasNoRevocation() {
       "https://myapps.microsoft.com (work and school accounts).");
 }
 
+// Who signs out needs no advice to sign in first.
+Failure failureOf(const qvr::ErrorPtr& error, const Account& account) {
+  if (!error->is(qvr::NSOSStatusErrorDomain, qvr::errSecItemNotFound))
+    return failureForError(error, account);
+  return {kNothingStored, "Nothing is stored for " + printable(account.username) + " at " +
+                              account.provider + ", so there is nothing to sign out."};
+}
+
 int removeItem(const Account& account) {
   const qvr::ErrorPtr error = removeRecord(account);
-  if (error) return report(failureForError(error, account));
+  if (error) return report(failureOf(error, account));
   const std::string done = "Signed out " + account.username + " at " + account.provider + ".";
   return writeOut(printable(done) + "\n") ? kDone : report(cannotWriteOutput());
 }
@@ -83,7 +91,7 @@ int signOut(const Configuration&, const Account& account, bool localOnly) {
   if (localOnly) return removeItem(account);
   qvr::ErrorPtr error;
   const auto record = readRecord(account, &error);
-  if (!record && !isDamaged(*error)) return report(failureForError(error, account));
+  if (!record && !isDamaged(*error)) return report(failureOf(error, account));
   if (!record) say("The stored item is damaged, so that its token cannot be revoked.");
   if (account.provider == QVROAuth2ProviderMicrosoft) {
     sayMicrosoftHasNoRevocation();

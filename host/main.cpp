@@ -1,6 +1,4 @@
 // qvr-oauth2: access tokens for mail clients, sync tools and senders.
-#include <sys/stat.h>
-
 #include <cstdlib>
 
 #include "host/CommandLine.h"
@@ -8,7 +6,6 @@
 
 int main(int argc, char** argv) {
   host::prepareStandardStreams();
-  umask(077);
   // Nothing is torn down: the library's threads may still be at work, and what is written is
   // durable already.
   std::_Exit(host::runCommandLine(argc, argv));

@@ -1,17 +1,16 @@
 // What the bus itself is asked about the services that it starts.
 
-#include <chrono>
 #include <string>
 
 #include "QVROAuth2Client/platform/Desktop.h"
 #include "src/ports/BusConnection.h"
+#include "src/ports/Milliseconds.h"
 
 namespace qvr {
 inline namespace v1 {
 
 bool reloadSessionServices(const std::string& busAddress, double timeoutSeconds) {
-  const auto timeout =
-      std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(timeoutSeconds));
+  const auto timeout = millisecondsOf(timeoutSeconds);
   const auto connection = BusConnection::open(busAddress, timeout, nullptr);
   if (!connection) return false;
   return connection

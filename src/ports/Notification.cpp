@@ -7,6 +7,7 @@
 #include "QVROAuth2Client/platform/Desktop.h"
 #include "src/ports/BusConnection.h"
 #include "src/ports/BusLibrary.h"
+#include "src/ports/Milliseconds.h"
 
 namespace qvr {
 
@@ -57,9 +58,7 @@ inline namespace v1 {
 
 bool showNotification(const NotificationOptions& options) {
   using std::chrono::milliseconds;
-  const std::chrono::duration<double> timeout(options.timeoutSeconds);
-  const auto deadline = BusConnection::Clock::now() +
-                        std::chrono::duration_cast<BusConnection::Clock::duration>(timeout);
+  const auto deadline = BusConnection::Clock::now() + millisecondsOf(options.timeoutSeconds);
   const auto left = [deadline] {
     return std::chrono::ceil<milliseconds>(deadline - BusConnection::Clock::now());
   };

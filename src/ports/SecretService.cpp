@@ -1,9 +1,10 @@
 #include "src/ports/SecretService.h"
 
 #include <algorithm>
-#include <cmath>
+#include <iterator>
 
 #include "src/ports/BusLibrary.h"
+#include "src/ports/Milliseconds.h"
 #include "src/ports/SecretServiceMessages.h"
 #include "src/ports/SecretServicePrompt.h"
 
@@ -11,7 +12,6 @@ namespace qvr {
 
 namespace {
 
-using std::chrono::milliseconds;
 using Called = SecretServiceObject;
 
 constexpr const char* kWellKnownName = "org.freedesktop.secrets";
@@ -22,11 +22,6 @@ constexpr const char* kCollection = "org.freedesktop.Secret.Collection";
 constexpr const char* kItem = "org.freedesktop.Secret.Item";
 constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
 constexpr const char* kNoPrompt = "/";
-
-milliseconds millisecondsOf(double seconds) {
-  constexpr double kLongest = 24 * 60 * 60;
-  return milliseconds(std::llround(std::clamp(seconds, 0.0, kLongest) * 1000));
-}
 
 void appendAttributes(const BusMessage& message, const KeychainItemName& name) {
   appendTo(message, "a{ss}", 2, "service", name.service.c_str(), "account", name.account.c_str());
@@ -40,17 +35,45 @@ void appendItemProperties(const BusMessage& message, const KeychainItemName& nam
            "service", name.service.c_str(), "account", name.account.c_str());
 }
 
-// Nothing for an item that is gone.
-std::optional<SecretService::Attributes> attributesIn(const BusReply& reply) {
+// False for an object that is gone.
+bool isThere(const BusReply& reply) {
   try {
     requireAnswer(reply, Called::kItem);
+    return true;
   } catch (const SecretServiceFailure& failure) {
-    if (failure.status == errSecItemNotFound) return std::nullopt;
+    if (failure.status == errSecItemNotFound) return false;
     throw;
   }
+}
+
+// Nothing for an item that is gone.
+std::optional<SecretService::Attributes> attributesIn(const BusReply& reply) {
+  if (!isThere(reply)) return std::nullopt;
   SecretService::Attributes attributes;
   readContainer(reply.message, 'v', "a{ss}", [&] { attributes = readAttributes(reply.message); });
   return attributes;
+}
+
+bool flagIn(const BusMessage& answer) {
+  int flag = 0;
+  readContainer(answer, 'v', "b", [&] { readFrom(answer, "b", &flag); });
+  return flag != 0;
+}
+
+SecretService::Paths pathsIn(const BusMessage& answer) {
+  SecretService::Paths paths;
+  readContainer(answer, 'v', "ao", [&] { paths = readPaths(answer); });
+  return paths;
+}
+
+// Nothing for a keyring that is gone, or was locked meanwhile.
+SecretService::Paths itemsIn(const BusReply& reply) {
+  try {
+    return isThere(reply) ? pathsIn(reply.message) : SecretService::Paths();
+  } catch (const SecretServiceFailure& failure) {
+    if (failure.status == errSecInteractionNotAllowed) return {};
+    throw;
+  }
 }
 
 }  // namespace
@@ -86,11 +109,7 @@ void SecretService::openSession() {
 }
 
 bool SecretService::isDefaultKeyringLocked() {
-  const BusMessage answer =
-      call(makeGet(kDefaultKeyringPath, kCollection, "Locked"), Called::kDefaultKeyring);
-  int isLocked = 1;
-  readContainer(answer, 'v', "b", [&] { readFrom(answer, "b", &isLocked); });
-  return isLocked != 0;
+  return flagIn(call(makeGet(kDefaultKeyringPath, kCollection, "Locked"), Called::kDefaultKeyring));
 }
 
 void SecretService::openDefaultKeyring() {
@@ -170,23 +189,42 @@ void SecretService::deleteItem(const std::string& item) {
 }
 
 SecretService::Paths SecretService::items() {
-  const BusMessage answer =
-      call(makeGet(kDefaultKeyringPath, kCollection, "Items"), Called::kDefaultKeyring);
-  Paths paths;
-  readContainer(answer, 'v', "ao", [&] { paths = readPaths(answer); });
+  Paths paths =
+      pathsIn(call(makeGet(kDefaultKeyringPath, kCollection, "Items"), Called::kDefaultKeyring));
+  for (const BusReply& reply : getAll(openKeyrings(), kCollection, "Items"))
+    std::ranges::copy(itemsIn(reply), std::back_inserter(paths));
+  std::ranges::sort(paths);  // the default keyring is there under its own name, too
+  paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
   return paths;
+}
+
+// Closed ones are not even looked into: that could make a service ask its user.
+SecretService::Paths SecretService::openKeyrings() {
+  const Paths all = pathsIn(call(makeGet(kServicePath, kService, "Collections"), Called::kOther));
+  const std::vector<BusReply> areLocked = getAll(all, kCollection, "Locked");
+  Paths open;
+  for (std::size_t index = 0; index < all.size(); ++index) {
+    const BusReply& isLocked = areLocked[index];
+    if (isThere(isLocked) && !flagIn(isLocked.message)) open.push_back(all[index]);
+  }
+  return open;
 }
 
 std::vector<std::optional<SecretService::Attributes>> SecretService::attributesOf(
     const Paths& items) {
-  std::vector<BusMessage> calls;
-  for (const std::string& item : items)
-    calls.push_back(makeGet(item, kItem, "Attributes"));
   std::vector<std::optional<Attributes>> result;
-  for (const BusReply& reply : bus_->callAll(std::move(calls), callTimeout_)) {
+  for (const BusReply& reply : getAll(items, kItem, "Attributes"))
     result.push_back(attributesIn(reply));
-  }
   return result;
+}
+
+// A property of each, asked for at once.
+std::vector<BusReply> SecretService::getAll(const Paths& objects, const char* interface,
+                                            const char* property) {
+  std::vector<BusMessage> calls;
+  for (const std::string& object : objects)
+    calls.push_back(makeGet(object, interface, property));
+  return bus_->callAll(std::move(calls), callTimeout_);
 }
 
 BusMessage SecretService::makeCall(const std::string& path, const char* interface,

@@ -55,7 +55,8 @@ class SecretService {
   void createItem(const KeychainItemName& name, Bytes secret);
   void deleteItem(const std::string& item);
 
-  // The items of the default keyring, and their attributes: nothing for one that is gone.
+  // The items of the default keyring and of all others that are open, and their attributes:
+  // nothing for one that is gone.
   Paths items();
   std::vector<std::optional<Attributes>> attributesOf(const Paths& items);
 
@@ -63,12 +64,14 @@ class SecretService {
   SecretService(const SecretServiceOptions& options, std::unique_ptr<BusConnection> bus);
   void openSession();
   std::string defaultKeyring();
+  Paths openKeyrings();
   void completePrompt(const std::string& prompt);
 
   BusMessage makeCall(const std::string& path, const char* interface, const char* member) const;
   BusMessage makeGet(const std::string& path, const char* interface, const char* property) const;
   void appendSecret(sd_bus_message* message, Bytes secret) const;
   BusMessage call(BusMessage message, SecretServiceObject called);
+  std::vector<BusReply> getAll(const Paths& objects, const char* interface, const char* property);
 
   const SecretServiceOptions options_;
   const std::chrono::milliseconds callTimeout_;

@@ -153,7 +153,9 @@ std::int32_t SecretServiceKeychain::remove(const KeychainQuery& query) {
       isRemoved = true;
       service.deleteItem(item);
     }
-    if (isAnyLeft(items, service.search(wanted->name))) throw writeWasLost(service);
+    const SecretService::Found left = service.search(wanted->name);
+    if (isAnyLeft(items, left)) throw writeWasLost(service);
+    if (!left.locked.empty()) throw keyringIsLocked();  // one of the same name would be found next
   });
 }
 

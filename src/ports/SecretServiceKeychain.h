@@ -36,7 +36,9 @@ class SecretServiceKeychain final : public KeychainItems {
   // Removes every item with these attributes: another client may have made a second one.
   std::int32_t remove(const KeychainQuery& query) override;
 
-  // The items of the default keyring whose service is one that the library's keychain store makes.
+  // The items whose service is one that the library's keychain store makes, of the default keyring
+  // and of all others that are open: what was added before the user chose another default one is
+  // found there by the other operations, too.
   std::int32_t list(std::vector<KeychainItemName>* names) override;
 
  private:

@@ -55,12 +55,14 @@ void completeSecretServicePrompt(BusConnection& bus, const SecretServicePrompt& 
       bus.subscribe(kBusName, kBusPath, kBusName, "NameOwnerChanged", [&](sd_bus_message* signal) {
         if (tellsThatNameIsGone(signal, prompt.service)) outcome = Outcome::kServiceGone;
       });
+  if (!completed || !changed) throw secretServiceDied();  // what they tell would be missed
   const BusConnection::Clock::time_point started = BusConnection::Clock::now();
   start(bus, prompt, outcome);
   const auto isOver = [&outcome] { return outcome != Outcome::kWaiting; };
-  const bool isQuick =
+  const bool isAnswered =
       bus.processUntil(isOver, started + std::min(kShortestPerson, prompt.promptTimeout));
-  if (!isQuick && !bus.isLost()) {
+  const bool isQuick = isAnswered && BusConnection::Clock::now() - started < kShortestPerson;
+  if (!isAnswered && !bus.isLost()) {
     if (prompt.isShown) prompt.isShown();
     bus.processUntil(isOver, started + prompt.promptTimeout);
   }

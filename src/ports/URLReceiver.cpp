@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "src/ports/BusLibrary.h"
+#include "src/ports/Milliseconds.h"
 
 namespace qvr {
 
@@ -18,6 +19,9 @@ constexpr char kBusPath[] = "/org/freedesktop/DBus";
 constexpr char kFailed[] = "org.freedesktop.DBus.Error.Failed";
 constexpr char kNotSupported[] = "org.freedesktop.DBus.Error.NotSupported";
 constexpr char kLimitsExceeded[] = "org.freedesktop.DBus.Error.LimitsExceeded";
+
+// How many messages process() takes from the bus before the host is asked again.
+constexpr int kMostSteps = 64;
 
 // What the bus answers to RequestName.
 constexpr std::uint32_t kPrimaryOwner = 1;
@@ -50,16 +54,23 @@ bool isTooLong(const std::string& url) {
   return url.size() > kLongestURL;
 }
 
-// Hands over the addresses of a call, every one, and tells the caller what came of it.
-void deliver(sd_bus_message* call, const URLReceiver::Handler& handler) {
+// Hands over the addresses of a call, every one for which there is time, and tells the caller what
+// came of it.
+void deliver(sd_bus_message* call, const URLReceiver::Handler& handler,
+             BusConnection::Clock::time_point deadline) {
   const std::vector<std::string> urls = urlsOf(call);
   if (std::any_of(urls.begin(), urls.end(), isTooLong)) {
     refuse(call, kLimitsExceeded, "The address is longer than 1 MiB.");
     return;
   }
   bool areTaken = true;
-  for (const std::string& url : urls)
+  for (const std::string& url : urls) {
+    if (BusConnection::Clock::now() >= deadline) {
+      refuse(call, kFailed, "The application is leaving and has no time for the address.");
+      return;
+    }
     areTaken &= handler(url);
+  }
   if (areTaken) {
     answer(call);
   } else {
@@ -108,10 +119,8 @@ std::string applicationPath(std::string busName) {
 }
 
 bool BusURLReceiver::start(const URLReceiverOptions& options, std::string* problem) {
-  const std::chrono::duration<double> timeout(options.timeoutSeconds);
-  const auto deadline = BusConnection::Clock::now() +
-                        std::chrono::duration_cast<BusConnection::Clock::duration>(timeout);
-  timeout_ = timeUntil(deadline);
+  timeout_ = millisecondsOf(options.timeoutSeconds);
+  const auto deadline = BusConnection::Clock::now() + timeout_;
   connection_ = BusConnection::open(options.busAddress, timeUntil(deadline), problem);
   if (!connection_) return false;
   if (!offerObject()) {
@@ -124,7 +133,7 @@ bool BusURLReceiver::start(const URLReceiverOptions& options, std::string* probl
     setProblem(problem, std::string("The bus cannot be watched: ") + std::strerror(errno) + ".");
     return false;
   }
-  watch_->update(!calls_.empty());
+  settle();
   return true;
 }
 
@@ -162,49 +171,55 @@ std::unique_ptr<BusSubscription> BusURLReceiver::subscribe(const char* signal, b
                                 });
 }
 
+// One call at a time, and none is read ahead: who floods the application with calls must not keep
+// the host from what else it waits for. The bus keeps the rest, and the descriptor stays readable.
 bool BusURLReceiver::process(const Handler& handler) {
   const auto self = Ref<BusURLReceiver>::retain(this);  // the handler may drop the last reference
-  try {
-    processAll(handler);
-  } catch (...) {
-    watch_->update(true);
-    throw;
+  for (int steps = 0; calls_.empty() && steps < kMostSteps; ++steps) {
+    if (!step()) break;
   }
-  watch_->update(!calls_.empty());
-  if (connection_->isLost()) ownsName_ = false;
-  return !connection_->isLost();
+  if (!calls_.empty()) deliverNext(handler, BusConnection::Clock::time_point::max());
+  settle();
+  return !calls_.empty() || !connection_->isLost();
 }
 
 // The bus answers after all that it sent to the name, so that is here with the answer.
 void BusURLReceiver::giveUpName(const Handler& handler) {
+  const auto self = Ref<BusURLReceiver>::retain(this);
+  const auto deadline = BusConnection::Clock::now() + timeout_;
   BusMessage call = connection_->makeCall(kBus, kBusPath, kBus, "ReleaseName");
   if (call) library().sd_bus_message_append(call.get(), "s", busName_.c_str());
   connection_->call(std::move(call), timeout_);
   ownsName_ = false;
-  process(handler);
+  while (!calls_.empty())
+    deliverNext(handler, deadline);
+  settle();
 }
 
-// Calls are handled between the bus library's steps rather than within: an exception of the handler
-// must not pass through it.
-void BusURLReceiver::processAll(const Handler& handler) {
-  int processed = 0;
-  do {
-    deliverCalls(handler);
-    processed = library().sd_bus_process(connection_->get(), nullptr);
-  } while (processed > 0 || processed == -EINTR);
+// False when nothing has arrived.
+bool BusURLReceiver::step() {
+  const int processed = library().sd_bus_process(connection_->get(), nullptr);
+  return processed > 0 || processed == -EINTR;
 }
 
-void BusURLReceiver::deliverCalls(const Handler& handler) {
-  while (!calls_.empty()) {
-    const BusMessage call = std::move(calls_.front());
-    calls_.pop_front();
-    try {
-      deliver(call.get(), handler);
-    } catch (...) {
-      refuse(call.get(), kFailed, "The application failed.");
-      throw;
-    }
+// Outside the bus library's steps: an exception of the handler must not pass through it.
+void BusURLReceiver::deliverNext(const Handler& handler,
+                                 BusConnection::Clock::time_point deadline) {
+  const BusMessage call = std::move(calls_.front());
+  calls_.pop_front();
+  try {
+    deliver(call.get(), handler, deadline);
+  } catch (...) {
+    refuse(call.get(), kFailed, "The application failed.");
+    settle();
+    throw;
   }
+}
+
+// After each use of the bus.
+void BusURLReceiver::settle() {
+  watch_->update(!calls_.empty());
+  if (connection_->isLost()) ownsName_ = false;
 }
 
 const sd_bus_vtable* BusURLReceiver::methods() {

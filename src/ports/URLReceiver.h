@@ -36,8 +36,9 @@ class BusURLReceiver final : public URLReceiver {
   bool requestName(BusConnection::Clock::time_point deadline, std::string* problem);
   std::unique_ptr<BusSubscription> subscribe(const char* signal, bool meansOwner);
 
-  void processAll(const Handler& handler);
-  void deliverCalls(const Handler& handler);
+  bool step();
+  void deliverNext(const Handler& handler, BusConnection::Clock::time_point deadline);
+  void settle();
 
   // What the bus calls: `receiver` is this object, and `call` one of the object's methods.
   static int queueOpen(sd_bus_message* call, void* receiver, sd_bus_error*) noexcept;
@@ -46,7 +47,7 @@ class BusURLReceiver final : public URLReceiver {
   static const sd_bus_vtable* methods();
 
   const std::string busName_;
-  std::chrono::milliseconds timeout_{};  // for the bus to answer
+  std::chrono::milliseconds timeout_{};  // of the start, and of giving the name up
   bool ownsName_ = false;
   std::deque<BusMessage> calls_;  // of Open, not yet answered
 

@@ -1,18 +1,44 @@
 #include "src/ports/WebHandler.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
-#include <fstream>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "src/ports/FileCalls.h"
 
 namespace qvr {
 
 namespace {
 
 constexpr std::string_view kAssociation = "x-scheme-handler/https=";
+
+// What a list or an entry has beyond this is not read.
+constexpr std::size_t kLargestFile = std::size_t{1} << 20;
+
+// The content of a regular file, and nothing for what would block or never end: a pipe, a device.
+std::optional<std::string> contentOf(const std::string& path) {
+  const FileDescriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  struct stat found {};
+  if (!file || fstat(file.get(), &found) != 0 || !S_ISREG(found.st_mode)) return std::nullopt;
+  std::string content(std::min(kLargestFile, static_cast<std::size_t>(found.st_size)), '\0');
+  std::size_t filled = 0;
+  while (filled < content.size()) {
+    const ssize_t count = retryingInterrupts(
+        [&] { return read(file.get(), content.data() + filled, content.size() - filled); });
+    if (count <= 0) break;
+    filled += static_cast<std::size_t>(count);
+  }
+  content.resize(filled);
+  return content;
+}
 
 std::vector<std::string> foldersIn(const std::string& list, std::string_view suffix) {
   std::vector<std::string> folders;
@@ -53,16 +79,21 @@ std::vector<std::string> listNames(const Environment& environment) {
   return names;
 }
 
+// Whether the name stays in the folders of desktop entries; a "-" may stand for a "/" in it.
+bool isEntryName(std::string_view name) {
+  return name.find('/') == name.npos && name.find("..") == name.npos;
+}
+
 // Adds the desktop entries that the list, if it is there, associates with https.
 void readList(const std::string& path, std::set<std::string>& entries) {
-  std::ifstream list(path);
+  const std::string list = contentOf(path).value_or("");
   bool isRemoval = false;
-  for (std::string line; std::getline(list, line);) {
+  for (const std::string_view line : splitWords(list, "\n")) {
     if (line.starts_with('[')) isRemoval = line.starts_with("[Removed Associations]");
     if (isRemoval || !line.starts_with(kAssociation)) continue;
-    const std::string_view names = std::string_view(line).substr(kAssociation.size());
-    for (const std::string_view name : splitWords(names, ";\r"))
-      entries.emplace(name);
+    for (const std::string_view name : splitWords(line.substr(kAssociation.size()), ";\r")) {
+      if (isEntryName(name)) entries.emplace(name);
+    }
   }
 }
 
@@ -79,11 +110,11 @@ std::set<std::string> associatedEntries(const Environment& environment) {
 }
 
 // The program of a desktop entry: the first word of its Exec line, which may be quoted.
-std::string programOf(std::ifstream& entry) {
+std::string programOf(const std::string& entry) {
   constexpr std::string_view kExec = "Exec=";
-  for (std::string line; std::getline(entry, line);) {
+  for (const std::string_view line : splitWords(entry, "\n")) {
     if (!line.starts_with(kExec)) continue;
-    const std::string command = line.substr(kExec.size());
+    const std::string_view command = line.substr(kExec.size());
     const auto words = splitWords(command, command.starts_with('"') ? "\"" : " \t\r");
     return words.empty() ? std::string() : std::string(words.front());
   }
@@ -96,8 +127,8 @@ bool canRun(const std::string& entry, const Environment& environment) {
   std::replace(nested.begin(), nested.end(), '-', '/');
   for (const std::string& folder : applicationFolders(environment)) {
     for (const std::string& name : {entry, nested}) {
-      std::ifstream file(folder + "/" + name);
-      if (file) return !environment.pathOfProgram(programOf(file)).empty();
+      const std::optional<std::string> content = contentOf(folder + "/" + name);
+      if (content) return !environment.pathOfProgram(programOf(*content)).empty();
     }
   }
   return false;

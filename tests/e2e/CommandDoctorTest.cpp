@@ -135,6 +135,17 @@ TEST_F(CommandDoctorTest, NamesAMissingConfigurationAndGoesOn) {
   EXPECT_THAT(runDoctor({"--json"}).output, HasSubstr("\"problems\":1}"));
 }
 
+TEST_F(CommandDoctorTest, MissesARegistrationAndSaysWhatNeedsIt) {
+  folder.write("config/qvr-oauth2/config.toml", "bundle_identifier = \"org.example.mail\"\n");
+  const Result result = runDoctor();
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(lineOf(result, "problem  registrations: "), "") << result.output;
+  for (const char* const name : {"redirect handler", "TLS", "clock"})
+    EXPECT_THAT(lineOf(result, "warning  " + std::string(name) + ": "),
+                HasSubstr("Could not be checked: it needs a registration."))
+        << result.output;
+}
+
 TEST_F(CommandDoctorTest, NamesAnAuthorityThatDidNotIssueTheCertificate) {
   const support::TestCertificates others;
   const std::string host = counterpart.ready("microsoft", "host");
@@ -250,6 +261,19 @@ TEST_F(CommandDoctorPassphraseTest, IsTakenFromADescriptor) {
               HasSubstr("ok       keychain: Chosen: the encrypted files"));
 }
 
+TEST_F(CommandDoctorPassphraseTest, IsWaitedForAfterWhatIsKnownHasBeenSaid) {
+  const std::string pipe = folder.file("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  std::ofstream(configurationPath(), std::ios::app)
+      << "passphrase_command = \"cat '" << pipe << "'\"\n";
+  const auto process = start({"doctor"}, {{"DBUS_SESSION_BUS_ADDRESS", busAddress}});
+  EXPECT_TRUE(process->waitForOutput("browser: ")) << process->output();
+  EXPECT_THAT(process->output(), Not(HasSubstr("keychain: ")));
+  std::ofstream(pipe) << kPassphrase << "\n";
+  EXPECT_EQ(process->wait(kLongestSeconds), 0) << process->output();
+  EXPECT_THAT(process->output(), HasSubstr("ok       keychain: Chosen: the encrypted files"));
+}
+
 TEST_F(CommandDoctorTest, TriesTheKeyringThatWouldBeChosenAndChoosesNothing) {
   const support::PrivateBus bus;
   support::FakeSecretService keyring(bus.address());
@@ -278,6 +302,29 @@ TEST_F(CommandDoctorTest, NamesALockedKeyringAndAsksNobodyToUnlockIt) {
     EXPECT_EQ(ring.countOf("Unlock"), 0);
     EXPECT_EQ(ring.countOf("Prompt"), 0);
   });
+}
+
+TEST_F(CommandDoctorTest, SaysThatTheKeyringAsksAndNamesTheItemThatStays) {
+  const support::PrivateBus bus;
+  support::FakeSecretService keyring(bus.address());
+  keyring.with([](support::FakeKeyring& ring) {
+    ring.promptsToDelete = true;
+    ring.prompt = support::FakeKeyring::Prompt::kWaits;
+  });
+  for (const bool isAllowed : {true, false}) {
+    const auto process = start({"doctor"}, {{"DBUS_SESSION_BUS_ADDRESS", bus.address()}});
+    ASSERT_TRUE(process->waitForError("The desktop's keyring asks a question")) << process->error();
+    EXPECT_THAT(process->error(), HasSubstr("Waiting up to 20 s"));
+    keyring.answerPrompt(isAllowed);
+    EXPECT_EQ(process->wait(kLongestSeconds), isAllowed ? 0 : 1);
+    const auto items = keyring.with([](const support::FakeKeyring& ring) { return ring.items; });
+    EXPECT_EQ(items.empty(), isAllowed);
+    if (isAllowed) continue;
+    const auto& attributes = items.begin()->second.attributes;
+    EXPECT_THAT(lineOf({1, process->output(), ""}, "problem  keychain: "),
+                AllOf(HasSubstr("could not be removed"), HasSubstr(attributes.at("service")),
+                      HasSubstr(attributes.at("account"))));
+  }
 }
 
 TEST_F(CommandDoctorTest, MissesTheHandlerOnADesktopUntilItIsRegistered) {

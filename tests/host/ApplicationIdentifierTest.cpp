@@ -32,6 +32,14 @@ TEST(ApplicationIdentifierTest, NoElementBeginsWithADigit) {
   EXPECT_EQ(identifierFor("7mail"), "org.qvroauth2.command._7mail");
 }
 
+TEST(ApplicationIdentifierTest, NamesAreToldFromThoseOfOtherApplications) {
+  for (const std::string bundle : {"org.qvroauth2.command", "org.example.my-mail", "7mail"})
+    EXPECT_TRUE(isApplicationIdentifier(identifierFor(bundle))) << bundle;
+  for (const char* const name : {"", "org.qvroauth2", "org.qvroauth2.commander",
+                                 "org.qvroauth2.command.a.b", "org.example.mail"})
+    EXPECT_FALSE(isApplicationIdentifier(name)) << name;
+}
+
 TEST(RedirectSchemesTest, OnlyRegisteredProvidersHaveOne) {
   Configuration configuration;
   configuration.bundleIdentifier = "org.example.mail";

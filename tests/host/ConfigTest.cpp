@@ -4,11 +4,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <fstream>
 #include <sstream>
 
 #include "host/Command.h"
 #include "host/ConfigText.h"
+#include "host/ConfigurationEdit.h"
+#include "host/ConfigurationLock.h"
 #include "host/FileWriting.h"
 #include "tests/host/TerminalProcess.h"
 #include "tests/support/ChildProcess.h"
@@ -187,6 +190,43 @@ TEST_F(ConfigTest, NeverChangesAKeychainThatWasChosen) {
   EXPECT_THAT(terminal.shown(), AllOf(HasSubstr("Tokens stay in the desktop's keyring"),
                                       Not(HasSubstr("Protection ["))));
   EXPECT_EQ(parsed(contentOf(path())).keychain.kind, host::kSecretService);
+}
+
+TEST_F(ConfigTest, WritesWhenNoOtherCommandWorksOnTheKeychain) {
+  ASSERT_FALSE(host::replaceFile(path(),
+                                 "bundle_identifier = \"org.kept\"\n"
+                                 "[keychain]\nkind = \"encrypted-file\"\n"));
+  auto moving = host::ConfigurationLock::acquire(path(), host::ConfigurationLock::Kind::kExclusive,
+                                                 std::chrono::milliseconds(0));
+  ASSERT_TRUE(std::holds_alternative<host::ConfigurationLock>(moving));
+  TerminalProcess terminal = onTerminal();
+  for (const char* const question : {"Replace it? [no]: ", "form [org.kept]: ", "Google client ID",
+                                     "Microsoft application", "Protection [key-file]: "}) {
+    ASSERT_TRUE(terminal.waitFor(question)) << question << terminal.shown();
+    terminal.type(question == std::string("Replace it? [no]: ") ? "yes\n" : "\n");
+  }
+  ASSERT_TRUE(terminal.waitFor("Try again? [yes]: ")) << terminal.shown();
+  ASSERT_FALSE(host::writeKeychainKind(path(), host::kSecretService));
+  moving = host::ConfigurationLock();
+  terminal.type("\n");
+  EXPECT_EQ(terminal.wait(), host::kDone);
+  EXPECT_EQ(parsed(contentOf(path())).keychain.kind, host::kSecretService);
+}
+
+TEST_F(ConfigTest, WritesNothingWhenAnotherCommandIsNotWaitedFor) {
+  const std::string text = "bundle_identifier = \"org.kept\"\n";
+  ASSERT_FALSE(host::replaceFile(path(), text));
+  const auto working = host::ConfigurationLock::acquire(
+      path(), host::ConfigurationLock::Kind::kShared, std::chrono::milliseconds(0));
+  ASSERT_TRUE(std::holds_alternative<host::ConfigurationLock>(working));
+  TerminalProcess terminal = onTerminal();
+  ASSERT_TRUE(terminal.waitFor("Replace it? [no]: "));
+  terminal.type("yes\n");
+  answer(terminal, "", "", "");
+  ASSERT_TRUE(terminal.waitFor("Try again? [yes]: ")) << terminal.shown();
+  terminal.type("no\n");
+  EXPECT_EQ(terminal.wait(), host::kTryAgainLater);
+  EXPECT_EQ(contentOf(path()), text);
 }
 
 TEST_F(ConfigTest, KeepsTheFilesThatAreInUseThoughNoKindIsWritten) {

@@ -83,6 +83,13 @@ TEST_F(DoctorDesktop, LooksAtTheSchemeOfEachRegistration) {
   EXPECT_THAT(checks[1].sentence, HasSubstr("msauth.org.example.mail"));
 }
 
+TEST_F(DoctorDesktop, HasNoSchemeToLookAtWithoutARegistration) {
+  configuration.google = {};
+  const Check check = handlerCheck();
+  EXPECT_EQ(check.state, State::kWarning);
+  EXPECT_EQ(check.sentence, "Could not be checked: it needs a registration.");
+}
+
 TEST_F(DoctorDesktop, NamesACommandThatIsNotRegistered) {
   expectProblem("not registered for com.example.mail");
 }
@@ -136,7 +143,10 @@ TEST_F(DoctorDesktop, FallsBackToTheBrowserVariable) {
 TEST_F(DoctorDesktop, LeavesASandboxToThePortal) {
   desktop.isSandboxed = true;
   desktop.hasDisplay = false;
-  EXPECT_THAT(checkBrowser(desktop).sentence, HasSubstr("portal"));
+  const Check check = checkBrowser(desktop);
+  EXPECT_EQ(check.state, State::kWarning);
+  EXPECT_THAT(check.sentence, AllOf(HasSubstr("Could not be checked"), HasSubstr("portal")));
+  EXPECT_THAT(check.remedy, HasSubstr("sign-in --no-browser"));
 }
 
 TEST_F(DoctorDesktop, SaysHowToSignInWithoutABrowser) {

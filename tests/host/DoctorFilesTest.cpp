@@ -8,6 +8,7 @@
 
 #include "host/DoctorChecks.h"
 #include "host/RedirectSocket.h"
+#include "tests/host/ScopedVariable.h"
 #include "tests/support/ChildProcess.h"
 
 namespace host {
@@ -15,6 +16,7 @@ namespace {
 
 using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 using State = Check::State;
 
 class DoctorFiles : public testing::Test {
@@ -89,6 +91,9 @@ TEST_F(DoctorFiles, OfTheKeyAreClosedToOthers) {
 
 TEST_F(DoctorFiles, OfTheItemsLieInAPrivateFolder) {
   expectProblem("data/items", 0755, "chmod 700");
+  EXPECT_EQ(checkFileModes(configuration).at(0).sentence,
+            "The folder " + folder.file("data/items") + " is open to other users.")
+      << "the remedy has the command";
 }
 
 TEST_F(DoctorFiles, OfTheItemsLieInNoSymbolicLink) {
@@ -97,6 +102,7 @@ TEST_F(DoctorFiles, OfTheItemsLieInNoSymbolicLink) {
   const Checks checks = checkFileModes(configuration);
   EXPECT_EQ(checks.at(0).state, State::kProblem);
   EXPECT_THAT(checks.at(0).sentence, HasSubstr("is not a folder"));
+  EXPECT_THAT(checks.at(0).remedy, Not(HasSubstr("chmod")));
 }
 
 TEST_F(DoctorFiles, OfAnUnusedKeychainDoNotMatter) {
@@ -158,12 +164,28 @@ TEST(DoctorConfiguration, SaysWhereItIs) {
 }
 
 TEST(DoctorConfiguration, ThatCannotBeReadIsAProblemWithTheCommand) {
-  const Checks checks =
-      checkConfiguration(Failure{kFailed, "It is not TOML."}, "/a folder/config.toml");
+  const support::TemporaryFolder folder;
+  const std::string path = folder.write("a config.toml", "none");
+  const Checks checks = checkConfiguration(Failure{kFailed, "It is not TOML."}, path);
   ASSERT_EQ(checks.size(), 1u);
   EXPECT_EQ(checks[0].state, State::kProblem);
   EXPECT_EQ(checks[0].sentence, "It is not TOML.");
-  EXPECT_THAT(checks[0].remedy, HasSubstr("`qvr-oauth2 --config '/a folder/config.toml' config`"));
+  EXPECT_THAT(checks[0].remedy, AllOf(HasSubstr("Correct the file"),
+                                      HasSubstr("`qvr-oauth2 --config '" + path + "' config`")));
+}
+
+TEST(DoctorConfiguration, ThatIsMissingIsToBeWritten) {
+  const support::TemporaryFolder folder;
+  const host_test::ScopedVariable settings("XDG_CONFIG_HOME", folder.path());
+  const auto check = [](const std::string& path) {
+    return checkConfiguration(readConfiguration(path), path).at(0);
+  };
+  const std::string path = *defaultConfigurationPath();
+  EXPECT_EQ(check(path).state, State::kProblem);
+  EXPECT_EQ(check(path).sentence, "There is no configuration at " + path + ".");
+  EXPECT_THAT(check(path).remedy, testing::StartsWith("`qvr-oauth2 config` "));
+  EXPECT_THAT(check(folder.file("other")).remedy,
+              testing::StartsWith("`qvr-oauth2 --config " + folder.file("other") + " config` "));
 }
 
 TEST(DoctorConfiguration, PassesItsWarningsOn) {

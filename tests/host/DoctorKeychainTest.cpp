@@ -23,8 +23,19 @@ using Kind = qvr::SecretServiceState::Kind;
 class KeychainTrial : public testing::Test {
  protected:
   std::string problem() const {
-    const auto failure = keychainProblem(*keychain, kEncryptedFile);
+    const auto failure = roundTripProblem(*keychain, kEncryptedFile);
     return failure ? failure->sentence : "";
+  }
+
+  // Before it is read.
+  void changeWhatIsStored() const {
+    keychain->onCall([this](const FakeKeychain::Call& call) {
+      if (call.operation != "copyMatching") return;
+      const auto text = [&call](std::string_view key) {
+        return *call.query.at(std::string(key)).as<std::string>();
+      };
+      keychain->put(text(qvr::kSecAttrService), text(qvr::kSecAttrAccount), {1, 2, 3});
+    });
   }
 
   const qvr::Ref<FakeKeychain> keychain = qvr::makeRef<FakeKeychain>();
@@ -59,13 +70,7 @@ TEST_F(KeychainTrial, TellsAKeychainThatLosesWhatItTook) {
 }
 
 TEST_F(KeychainTrial, TellsAKeychainThatChangesWhatItTook) {
-  keychain->onCall([this](const FakeKeychain::Call& call) {
-    if (call.operation != "copyMatching") return;
-    const auto text = [&call](std::string_view key) {
-      return *call.query.at(std::string(key)).as<std::string>();
-    };
-    keychain->put(text(qvr::kSecAttrService), text(qvr::kSecAttrAccount), {1, 2, 3});
-  });
+  changeWhatIsStored();
   EXPECT_THAT(problem(), HasSubstr("does not give back"));
   EXPECT_EQ(keychain->itemCount(), 0u);
 }
@@ -77,9 +82,47 @@ TEST_F(KeychainTrial, NamesWhatKeepsAnItemFromBeingStoredOrRemoved) {
   EXPECT_THAT(problem(), HasSubstr("not yours to write"));
 }
 
+TEST_F(KeychainTrial, NamesTheItemThatItCouldNotRemove) {
+  for (const std::int32_t status : {qvr::errSecUserCanceled, qvr::errSecInteractionNotAllowed}) {
+    keychain->failEvery("remove", status);
+    const auto failure = roundTripProblem(*keychain, kSecretService);
+    ASSERT_TRUE(failure);
+    const auto query = keychain->calls().back().query;
+    EXPECT_THAT(failure->sentence,
+                AllOf(HasSubstr("since nobody allowed it"), Not(HasSubstr("unlock")),
+                      HasSubstr(*query.at(std::string(qvr::kSecAttrService)).as<std::string>()),
+                      HasSubstr(*query.at(std::string(qvr::kSecAttrAccount)).as<std::string>())));
+  }
+}
+
+TEST_F(KeychainTrial, SaysThatAnItemStaysBesideWhatElseIsWrong) {
+  changeWhatIsStored();
+  keychain->failEvery("remove", qvr::errSecWrPerm);
+  EXPECT_THAT(problem(), AllOf(HasSubstr("does not give back"), HasSubstr("could not be removed"),
+                               HasSubstr("the account \"check-")));
+}
+
+TEST_F(KeychainTrial, OfASignInOnlyLooksIntoAKeyring) {
+  EXPECT_FALSE(keychainProblem(*keychain, kSecretService));
+  EXPECT_EQ(keychain->count("copyMatching"), 1u);
+  EXPECT_EQ(keychain->calls().size(), 1u);
+  EXPECT_FALSE(keychainProblem(*keychain, kEncryptedFile));
+  EXPECT_EQ(keychain->count("add"), 1u);
+  EXPECT_EQ(keychain->itemCount(), 0u);
+}
+
+TEST_F(KeychainTrial, OfASignInTellsAKeyringThatDoesNotAnswer) {
+  keychain->failEvery("copyMatching", qvr::errSecNotAvailable);
+  const auto failure = keychainProblem(*keychain, kSecretService);
+  ASSERT_TRUE(failure);
+  EXPECT_THAT(failure->sentence, HasSubstr("does not answer"));
+  EXPECT_EQ(failure->status, kTryAgainLater);
+}
+
 class DoctorKeychain : public testing::Test {
  protected:
   DoctorKeychain() {
+    configuration.path = folder.file("config.toml");
     configuration.bundleIdentifier = "org.example.mail";
     configuration.keychain.directory = folder.file("data/items");
     configuration.keychain.keyFile = folder.file("settings/key");
@@ -103,6 +146,11 @@ class DoctorKeychain : public testing::Test {
                           {std::string(qvr::kSecAttrAccount), "account"},
                           {std::string(qvr::kSecValueData), qvr::Data{1}}}),
               0);
+  }
+
+  auto saysHowToAbandon() const {
+    return HasSubstr("write kind = \"encrypted-file\" under [keychain] in " + configuration.path +
+                     " and sign in again");
   }
 
   // The paths of all that there is.
@@ -143,7 +191,8 @@ TEST_F(DoctorKeychain, MissesTheKeyringThatWasChosen) {
   const Check result = check();
   EXPECT_EQ(result.state, State::kProblem);
   EXPECT_THAT(result.sentence, HasSubstr("There is no bus."));
-  EXPECT_THAT(result.remedy, HasSubstr("qvr-oauth2 keychain move file"));
+  EXPECT_THAT(result.remedy, AllOf(HasSubstr("Start the desktop's keyring"), saysHowToAbandon(),
+                                   Not(HasSubstr("keychain move"))));
 }
 
 TEST_F(DoctorKeychain, NamesWhatTheKeyringAnswers) {
@@ -154,7 +203,9 @@ TEST_F(DoctorKeychain, NamesWhatTheKeyringAnswers) {
   EXPECT_EQ(result.state, State::kProblem);
   EXPECT_THAT(result.sentence,
               HasSubstr("The desktop's keyring, where tokens are kept, does not answer"));
-  EXPECT_THAT(result.remedy, HasSubstr("qvr-oauth2 keychain move file"));
+  EXPECT_THAT(result.remedy, HasSubstr("qvr-oauth2 keychain move file")) << "it can be read";
+  keyring->failEvery("copyMatching", qvr::errSecNotAvailable);
+  EXPECT_THAT(check().remedy, AllOf(saysHowToAbandon(), Not(HasSubstr("keychain move"))));
 }
 
 TEST_F(DoctorKeychain, TriesTheFilesThatAreInUse) {
@@ -181,6 +232,23 @@ TEST_F(DoctorKeychain, NamesAPlaceWhereNoFilesCanBe) {
   EXPECT_THAT(result.sentence, HasSubstr("/proc/none/items cannot be made"));
 }
 
+TEST_F(DoctorKeychain, NamesFoldersThatTheFirstItemWouldFindOpenToOthers) {
+  configuration.keychain.kind = kEncryptedFile;
+  for (const std::string& path : {folder.file("settings"), configuration.keychain.directory}) {
+    std::filesystem::create_directories(path);
+    std::filesystem::permissions(path, std::filesystem::perms(0755));
+    const Check result = check();
+    EXPECT_EQ(result.state, State::kProblem);
+    EXPECT_EQ(result.sentence, "The folder " + path + " is open to other users.");
+    EXPECT_THAT(result.remedy, HasSubstr("`chmod 700 " + path + "`"));
+    std::filesystem::permissions(path, std::filesystem::perms(0700));
+  }
+  EXPECT_EQ(check().state, State::kOk);
+  configuration.keychain.protection = "passphrase";
+  std::filesystem::permissions(folder.file("settings"), std::filesystem::perms(0755));
+  EXPECT_EQ(check().state, State::kOk) << "it has no key";
+}
+
 TEST_F(DoctorKeychain, NamesAKeyThatIsOpenToOthers) {
   configuration.keychain.kind = kEncryptedFile;
   useFiles();
@@ -188,6 +256,7 @@ TEST_F(DoctorKeychain, NamesAKeyThatIsOpenToOthers) {
   const Check result = check();
   EXPECT_EQ(result.state, State::kProblem);
   EXPECT_THAT(result.sentence, HasSubstr("chmod 600"));
+  EXPECT_THAT(result.remedy, Not(HasSubstr("keychain move"))) << "it cannot be read";
 }
 
 TEST_F(DoctorKeychain, TakesThePassphraseFromItsCommand) {

@@ -33,6 +33,20 @@ TEST_F(FileChangesTest, WhatIsKeptStays) {
   EXPECT_FALSE(home.exists("gone"));
 }
 
+TEST_F(FileChangesTest, FileThatAnotherProgramHasChangedIsNotWritten) {
+  home.write("list", "now");
+  const FileChanges changes;
+  EXPECT_FALSE(changes.requireText(home.path("list"), "now"));
+  EXPECT_FALSE(changes.requireText(home.path("none"), std::nullopt));
+  for (const std::optional<std::string>& known : {std::optional<std::string>(), {"before"}}) {
+    const auto failure = changes.requireText(home.path("list"), known);
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->status, kTryAgainLater);
+    EXPECT_THAT(failure->sentence, HasSubstr("run the command again"));
+  }
+  EXPECT_TRUE(changes.requireText(home.path("none"), "before"));
+}
+
 TEST_F(FileChangesTest, WhatIsNotKeptIsUndone) {
   home.write("changed", "before");
   home.write("gone", "before");

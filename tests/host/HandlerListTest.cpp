@@ -90,6 +90,12 @@ TEST(HandlerListTest, GroupThatSomebodyAddedToStays) {
   EXPECT_EQ(removedFrom(list.text(), true), "[Default Applications]\ntext/html=web.desktop;\n");
 }
 
+TEST(HandlerListTest, ListWithoutALastNewlineBecomesEmpty) {
+  HandlerList list("[Default Applications]");
+  list.removeEmptyGroup();
+  EXPECT_EQ(list.text(), "");
+}
+
 TEST(HandlerListTest, LineThatSomebodyElseEmptiedIsLeftAlone) {
   const std::string text = "[Default Applications]\nx-scheme-handler/com.example=\n";
   EXPECT_EQ(removedFrom(text, true), text);

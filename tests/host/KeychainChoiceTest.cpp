@@ -1,11 +1,17 @@
 // The choice of a keychain on first use, and the lock that keeps it while a command works.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <functional>
 #include <future>
+#include <thread>
 
+#include "host/ConfigurationEdit.h"
 #include "host/KeychainChoice.h"
 #include "tests/host/CommandTest.h"
 #include "tests/support/ChildProcess.h"
@@ -198,6 +204,16 @@ TEST_F(KeychainChoiceTest, KindOfTheFileIsTakenAsItIsNow) {
   EXPECT_EQ(stale.keychain.kind, kSecretService);
 }
 
+// Runs it without what root may do in files that are closed to him.
+void withoutPrivileges(const std::function<void()>& run) {
+  std::thread([&] {
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct none[_LINUX_CAPABILITY_U32S_3] = {};
+    ASSERT_EQ(syscall(SYS_capset, &header, none), 0);  // of this thread only
+    run();
+  }).join();
+}
+
 class ConfigurationLockTest : public KeychainChoiceTest {
  protected:
   using Kind = ConfigurationLock::Kind;
@@ -238,20 +254,66 @@ TEST_F(ConfigurationLockTest, WaitsForItsTurn) {
   EXPECT_TRUE(isLocked(second.get()));
 }
 
-TEST_F(ConfigurationLockTest, OfAFileThatWasReplacedHoldsNobodyUp) {
-  const Result old = acquire(Kind::kExclusive);
-  ASSERT_TRUE(isLocked(old));
-  const std::string replacement = folder.write("new.toml", "");
-  ASSERT_EQ(rename(replacement.c_str(), path.c_str()), 0);
-  EXPECT_TRUE(isLocked(acquire(Kind::kExclusive)));
+TEST_F(ConfigurationLockTest, KeepsOthersOutThoughTheConfigurationIsReplaced) {
+  for (const Kind held : {Kind::kShared, Kind::kExclusive}) {
+    const Result lock = acquire(held);
+    ASSERT_TRUE(isLocked(lock));
+    ASSERT_FALSE(writeKeychainKind(path, kSecretService));
+    const Result refused = acquire(Kind::kExclusive);
+    ASSERT_FALSE(isLocked(refused));
+    EXPECT_EQ(std::get<Failure>(refused).status, kTryAgainLater);
+  }
 }
 
-TEST_F(ConfigurationLockTest, NeedsAFile) {
-  path = folder.file("none.toml");
-  const Result result = acquire(Kind::kShared);
-  ASSERT_FALSE(isLocked(result));
-  EXPECT_EQ(std::get<Failure>(result).status, kFailed);
-  EXPECT_THAT(std::get<Failure>(result).sentence, HasSubstr(path));
+TEST_F(ConfigurationLockTest, LiesOnAPrivateFileBesideTheConfigurationThatStays) {
+  ASSERT_TRUE(isLocked(acquire(Kind::kExclusive)));
+  struct stat made = {};
+  ASSERT_EQ(stat((path + ".lock").c_str(), &made), 0);
+  EXPECT_EQ(made.st_mode, S_IFREG | 0600u);
+  ASSERT_TRUE(isLocked(acquire(Kind::kShared)));
+  struct stat now = {};
+  ASSERT_EQ(stat((path + ".lock").c_str(), &now), 0);
+  EXPECT_EQ(now.st_ino, made.st_ino);
+}
+
+TEST_F(ConfigurationLockTest, IsTheSameByEveryLinkToTheConfiguration) {
+  const std::string link = folder.file("link.toml");
+  ASSERT_EQ(symlink(path.c_str(), link.c_str()), 0);
+  const Result lock = acquire(Kind::kExclusive);
+  ASSERT_TRUE(isLocked(lock));
+  EXPECT_FALSE(isLocked(ConfigurationLock::acquire(link, Kind::kShared, 0ms)));
+  EXPECT_NE(access((link + ".lock").c_str(), F_OK), 0);
+}
+
+TEST_F(ConfigurationLockTest, LiesOnTheConfigurationInAReadOnlyFolder) {
+  ASSERT_EQ(chmod(folder.path().c_str(), 0500), 0);
+  withoutPrivileges([this] {
+    const Result one = acquire(Kind::kShared);
+    EXPECT_TRUE(isLocked(one));
+    const Result refused = acquire(Kind::kExclusive);
+    ASSERT_FALSE(isLocked(refused));
+    EXPECT_EQ(std::get<Failure>(refused).status, kTryAgainLater);
+  });
+  ASSERT_EQ(chmod(folder.path().c_str(), 0700), 0);
+  EXPECT_NE(access((path + ".lock").c_str(), F_OK), 0);
+}
+
+TEST_F(ConfigurationLockTest, FailsWithASentenceWhenItsFileCannotBeOpened) {
+  ASSERT_EQ(symlink(path.c_str(), (path + ".lock").c_str()), 0);
+  const Result linked = acquire(Kind::kShared);
+  ASSERT_FALSE(isLocked(linked));
+  EXPECT_EQ(std::get<Failure>(linked).status, kFailed);
+  EXPECT_THAT(std::get<Failure>(linked).sentence, HasSubstr(path + ".lock"));
+  path = folder.file("none/config.toml");
+  const Result folderless = acquire(Kind::kShared);
+  ASSERT_FALSE(isLocked(folderless));
+  EXPECT_EQ(std::get<Failure>(folderless).status, kFailed);
+}
+
+TEST_F(ConfigurationLockTest, OfAnotherUserIsNotPassedByWhereTheConfigurationCanBeReplaced) {
+  folder.write("config.toml.lock", "");
+  ASSERT_EQ(chmod((path + ".lock").c_str(), 0), 0);
+  withoutPrivileges([this] { EXPECT_FALSE(isLocked(acquire(Kind::kShared))); });
 }
 
 }  // namespace

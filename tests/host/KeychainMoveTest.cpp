@@ -73,6 +73,12 @@ class KeychainMoveTest : public host_test::CommandTest {
     return QVROAuth2Keychain::serviceNameForService(provider);
   }
 
+  static qvr::KeychainQuery tokenQuery() {
+    return {{std::string(qvr::kSecClass), qvr::kSecClassGenericPassword},
+            {std::string(qvr::kSecAttrService), service()},
+            {std::string(qvr::kSecAttrAccount), std::string(kUser)}};
+  }
+
   KeychainMove makeMove(bool targetIsInUse = false) {
     return {{kEncryptedFile, qvr::makeRef<FailingKeychain>(source, plan)},
             {kSecretService, qvr::makeRef<FailingKeychain>(target, plan)},
@@ -260,6 +266,50 @@ TEST_F(KeychainMoveTest, ItemThatChangesMeanwhileIsNotRemoved) {
   inUse = kSecretService;
   ASSERT_FALSE(run());
   expectMoved({{kUser, {6, 2}}});
+}
+
+TEST_F(KeychainMoveTest, ItemThatIsNoLongerInTheTargetIsNotRemovedFromTheSource) {
+  source->put(service(), kUser, {5, 2});
+  for (const bool isThereAlready : {false, true}) {
+    if (isThereAlready) target->put(service(), kUser, {5, 2});
+    KeychainMove move = makeMove();
+    ASSERT_FALSE(move.check());
+    ASSERT_FALSE(move.copy());
+    ASSERT_EQ(target->remove(tokenQuery()), qvr::errSecSuccess);
+    const auto failure = move.removeOld();
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->status, kTryAgainLater);
+    EXPECT_THAT(failure->sentence,
+                AllOf(HasSubstr("user@example.org at Google"),
+                      HasSubstr("not in the desktop's keyring any more, and stays")));
+    EXPECT_EQ(source->stored(service(), kUser), (qvr::Data{5, 2}));
+  }
+}
+
+// As where files cannot be locked: the second begins when the first has said where the tokens are,
+// and has taken some of its steps when the first comes to its last.
+TEST_F(KeychainMoveTest, TwoOppositeMovesAtOnceLoseNothing) {
+  for (int stepsBefore = 0; stepsBefore <= 3; ++stepsBefore) {
+    SCOPED_TRACE(stepsBefore);
+    source->put(service(), kUser, {5, 2});
+    KeychainMove there = makeMove();
+    KeychainMove back({kSecretService, target}, {kEncryptedFile, source}, false, dateOf);
+    const std::vector<std::function<std::optional<Failure>()>> steps = {
+        [&] { return back.check(); }, [&] { return back.copy(); },
+        [&] { return back.removeOld(); }};
+    ASSERT_FALSE(there.check());
+    ASSERT_FALSE(there.copy());
+    for (int step = 0; step < stepsBefore; ++step)
+      EXPECT_FALSE(steps[step]());
+    const bool isRefused = there.removeOld().has_value();
+    EXPECT_EQ(isRefused, stepsBefore == 3);
+    for (int step = stepsBefore; step < 3; ++step)
+      EXPECT_EQ(steps[step]().has_value(), stepsBefore > 0 && step == 2) << "step " << step;
+    EXPECT_EQ(source->itemCount() + target->itemCount(), 1u);
+    const auto& holder = source->itemCount() == 1 ? source : target;
+    EXPECT_EQ(holder->stored(service(), kUser), (qvr::Data{5, 2}));
+    ASSERT_EQ(holder->remove(tokenQuery()), qvr::errSecSuccess);
+  }
 }
 
 TEST_F(KeychainMoveTest, LockedKeyringIsTriedAgainLater) {

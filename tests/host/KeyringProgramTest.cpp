@@ -146,7 +146,8 @@ TEST_F(KeyringProgramTest, PromptOfTheKeyringIsAnnounced) {
     keyring.prompt = support::FakeKeyring::Prompt::kWaits;
   });
   const auto child = start({"token", "Google", kAccount.username}, bus.address());
-  ASSERT_TRUE(child->waitForError("asks to be unlocked; waiting up to 60 s")) << child->error();
+  ASSERT_TRUE(child->waitForError("most likely to be unlocked; waiting up to 60 s"))
+      << child->error();
   service.answerPrompt(true);
   EXPECT_EQ(child->wait(), host::kDone) << child->error();
   EXPECT_EQ(child->output(), "stored-access\n");

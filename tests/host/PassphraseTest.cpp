@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "host/ExitStatus.h"
 #include "host/Passphrase.h"
@@ -16,7 +18,7 @@ using testing::HasSubstr;
 using testing::Not;
 
 std::string answer(const std::string& command) {
-  auto result = host::obtainPassphrase(command);
+  auto result = host::obtainPassphrase(command, false);
   if (auto* failure = std::get_if<host::Failure>(&result)) return "failure: " + failure->sentence;
   return std::get<std::string>(result);
 }
@@ -53,6 +55,12 @@ class PassphraseOnTerminal : public testing::Test {
                  "\"passphrase\"\n");
   }
 
+  // From then on the keychain has a passphrase already.
+  void useKeychain() const {
+    ASSERT_EQ(mkdir(folder.file("items").c_str(), 0700), 0);
+    folder.write("items/something", "");
+  }
+
   std::vector<std::string> command() const {
     return {QVR_OAUTH2_PROGRAM, "--config", folder.file("config.toml"), "accounts"};
   }
@@ -61,6 +69,7 @@ class PassphraseOnTerminal : public testing::Test {
 };
 
 TEST_F(PassphraseOnTerminal, IsTypedWithoutEcho) {
+  useKeychain();
   TerminalProcess terminal(command(), {});
   ASSERT_TRUE(terminal.waitFor("Passphrase of the keychain: "));
   EXPECT_FALSE(terminal.echoes());
@@ -70,7 +79,33 @@ TEST_F(PassphraseOnTerminal, IsTypedWithoutEcho) {
   EXPECT_THAT(terminal.shown(), Not(HasSubstr("correct horse")));
 }
 
+TEST_F(PassphraseOnTerminal, IsTypedTwiceWhenItIsNew) {
+  TerminalProcess terminal(command(), {});
+  ASSERT_TRUE(terminal.waitFor("New passphrase of the keychain: "));
+  EXPECT_FALSE(terminal.echoes());
+  terminal.type("correct horse\n");
+  ASSERT_TRUE(terminal.waitFor("The same passphrase again: "));
+  EXPECT_FALSE(terminal.echoes());
+  terminal.type("correct horse\n");
+  EXPECT_EQ(terminal.wait(), host::kDone);
+  EXPECT_TRUE(terminal.echoes());
+  EXPECT_THAT(terminal.shown(), Not(HasSubstr("correct horse")));
+}
+
+TEST_F(PassphraseOnTerminal, IsNotTakenWithATypingError) {
+  TerminalProcess terminal(command(), {});
+  ASSERT_TRUE(terminal.waitFor("New passphrase of the keychain: "));
+  terminal.type("correct horse\n");
+  ASSERT_TRUE(terminal.waitFor("The same passphrase again: "));
+  terminal.type("correct hrose\n");
+  EXPECT_EQ(terminal.wait(), host::kFailed);
+  EXPECT_THAT(terminal.shown(),
+              AllOf(HasSubstr("The two passphrases differ"), Not(HasSubstr("horse"))));
+  EXPECT_NE(access(folder.file("items").c_str(), F_OK), 0);
+}
+
 TEST_F(PassphraseOnTerminal, IsNotEmpty) {
+  useKeychain();
   TerminalProcess terminal(command(), {});
   ASSERT_TRUE(terminal.waitFor("Passphrase of the keychain: "));
   terminal.type("\n");
@@ -79,6 +114,7 @@ TEST_F(PassphraseOnTerminal, IsNotEmpty) {
 }
 
 TEST_F(PassphraseOnTerminal, CanBeLeftWithTheInterruptKey) {
+  useKeychain();
   TerminalProcess terminal(command(), {});
   ASSERT_TRUE(terminal.waitFor("Passphrase of the keychain: "));
   terminal.type("half\x03");

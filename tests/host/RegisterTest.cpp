@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <set>
 
 #include "tests/host/DesktopHome.h"
 
@@ -35,6 +36,27 @@ class RegisterTest : public testing::Test {
     return home.runProgram(arguments);
   }
 
+  // Everything below the home, folders too, and what is in the files.
+  std::pair<std::map<std::string, std::string>, std::set<std::string>> tree() const {
+    std::set<std::string> names;
+    for (const auto& each : std::filesystem::recursive_directory_iterator(home.path("")))
+      names.insert(each.path());
+    return {home.files(), names};
+  }
+
+  void renameBundle(const std::string& bundleIdentifier) const {
+    home.configure(bundleIdentifier,
+                   "[google]\nclient_identifier = \"id\"\n"
+                   "custom_uri_scheme = \"com.example.mail\"\n");
+  }
+
+  // The folders that everybody keeps things in.
+  void makeBaseFolders() const {
+    for (const char* const folder : {"data", "config"})
+      std::filesystem::create_directory(home.path(folder));
+  }
+
+  static constexpr const char* kCache = "data/applications/mimeinfo.cache";
   static constexpr const char* kOurs = "org.qvroauth2.command.org_example_mail.desktop";
   DesktopHome home;
 };
@@ -79,6 +101,124 @@ TEST_F(RegisterTest, UnregisterLeavesNothingOfItsOwn) {
   for (const auto& [name, content] : home.files())
     EXPECT_THAT(name + content, Not(HasSubstr("qvroauth2"))) << name;
   EXPECT_FALSE(home.exists(DesktopHome::kList));
+}
+
+TEST_F(RegisterTest, UnregisterGivesBackTheWholeTree) {
+  makeBaseFolders();
+  const auto before = tree();
+  registerIt();
+  ASSERT_TRUE(home.exists(kCache)) << "without it this test proves less";
+  EXPECT_EQ(home.run({"unregister"}).status, 0);
+  EXPECT_EQ(tree(), before);
+}
+
+TEST_F(RegisterTest, UnregisterLeavesFoldersThatAreInUse) {
+  home.write("data/applications/folder/mine.desktop", "[Desktop Entry]\nType=Application\n");
+  home.write(kCache, "[MIME Cache]\n");
+  home.write("data/dbus-1/services/mine.service", "[D-BUS Service]\n");
+  home.write("config/other", "");
+  const auto before = tree();
+  registerIt();
+  EXPECT_NE(tree(), before);
+  EXPECT_EQ(home.run({"unregister"}).status, 0);
+  EXPECT_EQ(tree(), before);
+}
+
+TEST_F(RegisterTest, UnregisterLeavesACacheThatListsSomething) {
+  home.write("data/applications/mine.desktop",
+             "[Desktop Entry]\nType=Application\nName=Mine\nExec=/bin/true %u\n"
+             "MimeType=text/plain;\n");
+  registerIt();
+  EXPECT_EQ(home.run({"unregister"}).status, 0);
+  EXPECT_EQ(home.read(kCache), "[MIME Cache]\ntext/plain=mine.desktop;\n");
+}
+
+TEST_F(RegisterTest, UnregisterNamesRegistrationsOfOtherBundleIdentifiers) {
+  registerIt();
+  const auto before = home.files();
+  renameBundle("org.example.renamed");
+  for (int i = 0; i < 2; ++i) {
+    const Finished result = home.run({"unregister"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.output, AllOf(HasSubstr(i == 0 ? "Nothing was registered.\n" : "Unregist"),
+                                     HasSubstr("still registered"), HasSubstr(kOurs),
+                                     HasSubstr("`qvr-oauth2 unregister --all`")));
+    EXPECT_EQ(home.files(), before);
+    registerIt();
+  }
+}
+
+TEST_F(RegisterTest, RegisterCallsItsOwnOldEntryAnEarlierRegistration) {
+  registerIt();
+  renameBundle("org.example.renamed");
+  EXPECT_THAT(home.run({"register"}).output,
+              AllOf(HasSubstr("Until now an earlier registration of this command had "
+                              "com.example.mail;"),
+                    Not(HasSubstr(kOurs))));
+}
+
+TEST_F(RegisterTest, UnregisterAllRemovesEveryRegistrationWithoutAConfiguration) {
+  makeBaseFolders();
+  std::filesystem::remove(home.path("settings.toml"));
+  const auto before = tree();
+  for (const std::string bundle : {"org.example.mail", "org.example.renamed"}) {
+    renameBundle(bundle);
+    registerIt();
+  }
+  home.write("settings.toml", "no TOML");
+  for (int i = 0; i < 2; ++i) {
+    const Finished failed = home.run({"unregister"});
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_THAT(failed.error, HasSubstr("`qvr-oauth2 unregister --all` needs no configuration."));
+    std::filesystem::remove(home.path("settings.toml"));
+  }
+  const Finished result = home.run({"unregister", "--all"});
+  EXPECT_EQ(result.status, 0) << result.error;
+  EXPECT_EQ(result.output,
+            "Unregistered: the desktop no longer hands redirects to this command.\n");
+  EXPECT_EQ(tree(), before);
+  EXPECT_EQ(home.run({"unregister", "--all"}).output, "Nothing was registered.\n");
+}
+
+TEST_F(RegisterTest, UnregisterAllTakesOnlyWhatHasTheMarkAndTheName) {
+  registerIt();
+  const std::string copy = home.read(DesktopHome::entryFile());
+  EXPECT_EQ(home.run({"unregister"}).status, 0);
+  const std::string foreign = "org.qvroauth2.command.foreign";
+  home.write(DesktopHome::desktopFile("mine"), copy);
+  home.write(DesktopHome::desktopFile(foreign), "[Desktop Entry]\nType=Application\n");
+  home.write(DesktopHome::kList, "[Default Applications]\na/b=" + foreign + ".desktop;\n");
+  const auto before = home.files();
+  EXPECT_EQ(home.run({"unregister", "--all"}).output, "Nothing was registered.\n");
+  EXPECT_EQ(home.files(), before);
+}
+
+TEST_F(RegisterTest, UnregisterAllTakesAServiceWhoseEntryIsGone) {
+  makeBaseFolders();
+  const auto before = tree();
+  registerIt();
+  std::filesystem::remove(home.path(DesktopHome::entryFile()));
+  EXPECT_THAT(home.run({"unregister", "--all"}).output, HasSubstr("Unregistered"));
+  EXPECT_FALSE(home.exists(DesktopHome::serviceFile()));
+  EXPECT_FALSE(home.exists(DesktopHome::kList));
+  EXPECT_EQ(tree(), before);
+}
+
+TEST_F(RegisterTest, RegistrationsGiveBackTheListInAnyOrder) {
+  const std::string first = "org.example.mail";
+  const std::string second = "org.example.renamed";
+  for (const auto& order : {std::vector{first, second}, std::vector{second, first}}) {
+    for (const std::string& bundle : {first, second}) {
+      renameBundle(bundle);
+      registerIt();
+    }
+    for (const std::string& bundle : order) {
+      EXPECT_TRUE(home.exists(DesktopHome::kList));
+      renameBundle(bundle);
+      EXPECT_EQ(home.run({"unregister"}).status, 0);
+    }
+    EXPECT_FALSE(home.exists(DesktopHome::kList));
+  }
 }
 
 TEST_F(RegisterTest, UnregisterWithoutRegistrationSaysSo) {
@@ -239,7 +379,7 @@ TEST_F(RegisterTest, NoProgramToUpdateTheDesktopIsNoFailure) {
   const Finished result = home.run({"register"});
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.error, "");
-  EXPECT_FALSE(home.exists("data/applications/mimeinfo.cache"));
+  EXPECT_FALSE(home.exists(kCache));
 }
 
 }  // namespace

@@ -140,6 +140,7 @@ TEST_F(SignOutTest, HasNothingToDoWhenNothingIsStored) {
     EXPECT_EQ(printed.status, host::kNothingStored);
     EXPECT_EQ(printed.output, "");
     EXPECT_THAT(printed.error, HasSubstr("Nothing is stored"));
+    EXPECT_THAT(printed.error, Not(HasSubstr("sign-in")));
   }
 }
 

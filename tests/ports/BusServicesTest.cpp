@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <limits>
 
 #include "QVROAuth2Client/platform/Desktop.h"
 #include "src/ports/BusConnection.h"
@@ -35,6 +36,15 @@ TEST(BusServicesTest, BusLooksForServicesAgain) {
 
 TEST(BusServicesTest, NoBusHasNothingToReload) {
   EXPECT_FALSE(qvr::reloadSessionServices("unix:path=/nowhere"));
+}
+
+TEST(BusServicesTest, AnyTimeoutWillDo) {
+  const support::PrivateBus bus;
+  EXPECT_TRUE(qvr::reloadSessionServices(bus.address(), std::numeric_limits<double>::infinity()));
+  EXPECT_TRUE(qvr::reloadSessionServices(bus.address(), 1e300));
+  const support::SilentBus silent;
+  EXPECT_FALSE(
+      qvr::reloadSessionServices(silent.address(), std::numeric_limits<double>::quiet_NaN()));
 }
 
 TEST(BusServicesTest, SilentBusIsGivenUpAtTheDeadline) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <limits>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -113,6 +114,18 @@ TEST_F(NotificationTest, SilentBusIsWaitedForUntilTheDeadline) {
   qvr::NotificationOptions notification = options();
   notification.busAddress = silent.address();
   notification.timeoutSeconds = 0.2;
+  EXPECT_FALSE(qvr::showNotification(notification));
+}
+
+TEST_F(NotificationTest, AnyTimeoutWillDo) {
+  std::vector<qvr::NotificationOptions> notifications(2, options());
+  notifications[0].timeoutSeconds = std::numeric_limits<double>::infinity();
+  notifications[1].timeoutSeconds = 1e300;
+  EXPECT_EQ(shownFor(notifications).size(), 2U);
+  const support::SilentBus silent;
+  qvr::NotificationOptions notification = options();
+  notification.busAddress = silent.address();
+  notification.timeoutSeconds = std::numeric_limits<double>::quiet_NaN();
   EXPECT_FALSE(qvr::showNotification(notification));
 }
 

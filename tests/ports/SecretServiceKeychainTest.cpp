@@ -159,9 +159,98 @@ TEST_F(SecretServiceKeychainTest, ListLeavesOutAnItemThatGoesMeanwhile) {
 
 TEST_F(SecretServiceKeychainTest, FailedListLeavesTheNamesAlone) {
   std::vector<KeychainItemName> names = {{"a", "b"}};
-  answerWithError("Items", "org.freedesktop.DBus.Error.Failed");
-  EXPECT_EQ(keychain_->list(&names), qvr::errSecIO);
-  EXPECT_EQ(names.size(), 1u);
+  for (const char* member : {"Items", "Collections", "Attributes"}) {
+    ASSERT_EQ((Item{*keychain_, kService, member}.add("secret")), qvr::errSecSuccess);
+    answerWithError(member, "org.freedesktop.DBus.Error.Failed");
+    EXPECT_EQ(keychain_->list(&names), qvr::errSecIO) << member;
+    EXPECT_EQ(names.size(), 1u);
+  }
+}
+
+// An item in the default keyring, and one in another that is open, as after a change of the
+// default.
+class SecretServiceKeyringsTest : public SecretServiceKeychainTest {
+ protected:
+  void SetUp() override {
+    for (const KeychainItemName& name : {kHere, kThere})
+      ASSERT_EQ((Item{*keychain_, name.service, name.account}.add("secret")), qvr::errSecSuccess);
+    service_.with([](Keyring& keyring) {
+      keyring.others["other"] = false;
+      keyring.items.at(2).collection = "other";
+      keyring.calls.clear();
+    });
+  }
+
+  // Has this done, once, when a member is called the nth time from now on.
+  void react(const std::string& member, int nth, std::function<Reaction(Keyring&)> reaction) {
+    service_.with([&](Keyring& keyring) {
+      keyring.onCall = [=](Keyring& self, const std::string& called) mutable {
+        return called == member && --nth == 0 ? reaction(self) : Reaction::kServe;
+      };
+    });
+  }
+
+  static Reaction removeOther(Keyring& keyring) {
+    keyring.others.clear();
+    return Reaction::kServe;
+  }
+
+  const KeychainItemName kHere{kService, "here@example.com"};
+  const KeychainItemName kThere{kService, "there@example.com"};
+};
+
+TEST_F(SecretServiceKeyringsTest, ListCoversOpenOnesBesideTheDefault) {
+  EXPECT_EQ(list(), (std::vector<KeychainItemName>{kHere, kThere}));
+  EXPECT_EQ((Item{*keychain_, kThere.service, kThere.account}.text()), "secret");
+  EXPECT_EQ(countOf("Attributes"), 2) << "each item is looked at once";
+}
+
+TEST_F(SecretServiceKeyringsTest, RemovingIsNotDoneWhileALockedItemOfTheNameIsLeft) {
+  service_.with([](Keyring& keyring) {
+    keyring.others["other"] = true;
+    keyring.items.at(2).attributes = keyring.items.at(1).attributes;
+  });
+  const Item item{*keychain_, kHere.service, kHere.account};
+  EXPECT_EQ(item.remove(), qvr::errSecInteractionNotAllowed);
+  service_.with([](Keyring& keyring) { keyring.others["other"] = false; });
+  EXPECT_EQ(item.remove(), qvr::errSecSuccess);
+  EXPECT_EQ(service_.with([](Keyring& keyring) { return keyring.items.size(); }), 0U);
+}
+
+TEST_F(SecretServiceKeyringsTest, ListNeitherLooksIntoClosedOnesNorHasThemUnlocked) {
+  service_.with([](Keyring& keyring) { keyring.others["other"] = true; });
+  EXPECT_EQ(list(), (std::vector<KeychainItemName>{kHere}));
+  EXPECT_EQ(countOf("Items"), 2) << "of the default keyring, by its alias and by its name";
+  EXPECT_EQ(countOf("Unlock"), 0);
+  EXPECT_EQ(countOf("Prompt"), 0);
+}
+
+// The calls are those of the alias, "login" and "other", in this order.
+TEST_F(SecretServiceKeyringsTest, ListLeavesOutOneThatGoesMeanwhile) {
+  for (const char* member : {"Locked", "Items"}) {
+    service_.with([](Keyring& keyring) { keyring.others["other"] = false; });
+    react(member, 2, removeOther);
+    EXPECT_EQ(list(), (std::vector<KeychainItemName>{kHere})) << member;
+  }
+}
+
+TEST_F(SecretServiceKeyringsTest, ListLeavesOutOneThatIsLockedMeanwhile) {
+  react("Items", 3, [](Keyring& keyring) {
+    keyring.error = "org.freedesktop.Secret.Error.IsLocked";
+    return Reaction::kError;
+  });
+  EXPECT_EQ(list(), (std::vector<KeychainItemName>{kHere}));
+}
+
+TEST_F(SecretServiceKeyringsTest, ListThatMissesAnotherForAnotherReasonFails) {
+  for (const char* member : {"Locked", "Items"}) {
+    react(member, 3, [](Keyring& keyring) {
+      keyring.error = "org.freedesktop.DBus.Error.Failed";
+      return Reaction::kError;
+    });
+    std::vector<KeychainItemName> names;
+    EXPECT_EQ(keychain_->list(&names), qvr::errSecIO) << member;
+  }
 }
 
 TEST_F(SecretServiceKeychainTest, ItemDeletedBetweenSearchAndGetIsNotFound) {

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <future>
+#include <limits>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -303,6 +304,17 @@ TEST_F(URLReceiverTest, WithoutABusThereIsNone) {
   EXPECT_FALSE(qvr::makeURLReceiver({kName, "unix:path=/nonexistent/bus", 30}, &problem));
   EXPECT_NE(problem, "");
   EXPECT_FALSE(qvr::makeURLReceiver({kName, "unix:path=/nonexistent/bus", 30}));
+}
+
+TEST_F(URLReceiverTest, AnyTimeoutWillDo) {
+  for (const double seconds : {std::numeric_limits<double>::infinity(), 1e300}) {
+    const auto receiver = qvr::makeURLReceiver({kName, bus.address(), seconds});
+    ASSERT_TRUE(receiver) << seconds;
+    receiver->giveUpName(refuseAll);
+  }
+  const support::SilentBus silent;
+  for (const double seconds : {std::numeric_limits<double>::quiet_NaN(), -1e300})
+    EXPECT_FALSE(qvr::makeURLReceiver({kName, silent.address(), seconds})) << seconds;
 }
 
 TEST_F(URLReceiverTest, SilentBusIsWaitedForUntilTheDeadline) {

@@ -121,5 +121,50 @@ TEST_F(WebHandlerTest, EntryOfTheFirstFolderCovers) {
   EXPECT_FALSE(isEvident());
 }
 
+TEST_F(WebHandlerTest, PipesAndDevicesAreNotRead) {
+  write("home/.config/mimeapps.list", kDefault);
+  std::filesystem::create_directories(folder_.file("one/applications"));
+  for (const char* pipe : {"home/.config/gnome-mimeapps.list", "one/applications/b.desktop"})
+    ASSERT_EQ(mkfifo(folder_.file(pipe).c_str(), 0600), 0) << pipe;
+  std::filesystem::create_symlink("/dev/zero", folder_.file("one/applications/mimeinfo.cache"));
+  EXPECT_FALSE(isEvident({"XDG_CURRENT_DESKTOP=GNOME"}));
+  write("two/applications/b.desktop", kEntry);
+  EXPECT_TRUE(isEvident({"XDG_CURRENT_DESKTOP=GNOME"}));
+}
+
+TEST_F(WebHandlerTest, EntryOutsideOfTheFoldersDoesNotCount) {
+  write("two/outside.desktop", kEntry);
+  write("two/applications/vendor/b.desktop", kEntry);
+  for (const std::string& name :
+       {std::string("../outside.desktop"), std::string("vendor/b.desktop"),
+        std::string("..-outside.desktop"), folder_.file("two/outside.desktop")}) {
+    write("home/.config/mimeapps.list",
+          "[Default Applications]\nx-scheme-handler/https=" + name + "\n");
+    EXPECT_FALSE(isEvident()) << name;
+  }
+}
+
+TEST_F(WebHandlerTest, LinkedFilesCount) {
+  write("lists/apps", kDefault);
+  write("entries/b", kEntry);
+  for (const char* folder : {"home/.config", "two/applications"})
+    std::filesystem::create_directories(folder_.file(folder));
+  std::filesystem::create_symlink(folder_.file("lists/apps"),
+                                  folder_.file("home/.config/mimeapps.list"));
+  std::filesystem::create_symlink(folder_.file("entries/b"),
+                                  folder_.file("two/applications/b.desktop"));
+  EXPECT_TRUE(isEvident());
+}
+
+TEST_F(WebHandlerTest, NoMoreThanAMebibyteIsRead) {
+  constexpr std::size_t kMebibyte = 1 << 20;
+  write("two/applications/b.desktop", kEntry);
+  const std::string list = kDefault;
+  write("home/.config/mimeapps.list", std::string(kMebibyte - list.size() - 1, '#') + "\n" + list);
+  EXPECT_TRUE(isEvident());
+  write("home/.config/mimeapps.list", std::string(kMebibyte, '#') + "\n" + list);
+  EXPECT_FALSE(isEvident());
+}
+
 }  // namespace
 }  // namespace ports_test

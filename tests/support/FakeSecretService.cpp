@@ -12,13 +12,19 @@ namespace {
 constexpr const char* kName = "org.freedesktop.secrets";
 constexpr const char* kControl = "org.example.FakeSecretService";
 constexpr const char* kDefaultPath = "/org/freedesktop/secrets/aliases/default";
-constexpr const char* kCollectionPath = "/org/freedesktop/secrets/collection/login";
-const std::string kItemPrefix = "/org/freedesktop/secrets/collection/login/";
+constexpr const char* kDefaultName = "login";
+const std::string kCollectionPrefix = "/org/freedesktop/secrets/collection/";
 const std::string kSessionPrefix = "/org/freedesktop/secrets/session/";
 const std::string kPromptPrefix = "/org/freedesktop/secrets/prompt/";
 
-std::string itemPath(int number) {
-  return kItemPrefix + std::to_string(number);
+std::string itemPath(int number, const FakeKeyring::Item& item) {
+  return kCollectionPrefix + item.collection + "/" + std::to_string(number);
+}
+
+void replyPathsProperty(sd_bus_message* answer, const std::vector<std::string>& paths) {
+  check(sd_bus_message_open_container(answer, 'v', "ao"));
+  appendPaths(answer, paths);
+  check(sd_bus_message_close_container(answer));
 }
 
 bool matches(const FakeKeyring::Item& item, const std::map<std::string, std::string>& wanted) {
@@ -35,6 +41,11 @@ void FakeKeyring::reactTo(const std::string& member, Reaction reaction, int time
 
 int FakeKeyring::countOf(const std::string& member) const {
   return static_cast<int>(std::ranges::count(calls, member));
+}
+
+bool FakeKeyring::isClosed(const Item& item) const {
+  const auto other = others.find(item.collection);
+  return item.isLocked || (other == others.end() ? isLocked : other->second);
 }
 
 // A method call, read as far as what is called.
@@ -184,7 +195,9 @@ bool FakeSecretService::serveService(const Call& call) {
   if (call.is("OpenSession")) {
     openSession(call);
   } else if (call.is("ReadAlias")) {
-    call.reply("o", keyring_.hasDefault ? kCollectionPath : "/");
+    call.reply("o", keyring_.hasDefault ? (kCollectionPrefix + kDefaultName).c_str() : "/");
+  } else if (call.is("Collections")) {
+    listCollections(call);
   } else if (call.is("Unlock")) {
     unlock(call);
   } else if (call.is("SearchItems")) {
@@ -231,7 +244,7 @@ void FakeSecretService::searchItems(const Call& call) {
   std::vector<std::string> locked;
   for (const auto& [number, item] : keyring_.items) {
     if (!matches(item, wanted)) continue;
-    (keyring_.isLocked || item.isLocked ? locked : unlocked).push_back(itemPath(number));
+    (keyring_.isClosed(item) ? locked : unlocked).push_back(itemPath(number, item));
   }
   call.replyFilled([&](sd_bus_message* answer) {
     appendPaths(answer, unlocked);
@@ -257,19 +270,30 @@ void FakeSecretService::completePrompt(const Call& call, bool accepted) {
                            "Completed", "bv", accepted ? 0 : 1, "s", ""));
 }
 
+void FakeSecretService::listCollections(const Call& call) {
+  std::vector<std::string> paths;
+  if (keyring_.hasDefault) paths.push_back(kCollectionPrefix + kDefaultName);
+  for (const auto& [name, isLocked] : keyring_.others)
+    paths.push_back(kCollectionPrefix + name);
+  call.replyFilled([&](sd_bus_message* answer) { replyPathsProperty(answer, paths); });
+}
+
+// The default one answers to its alias and to its name.
 bool FakeSecretService::serveCollection(const Call& call) {
-  if (call.path() != kDefaultPath || !keyring_.hasDefault) return false;
+  if (call.path() == kDefaultPath || call.path() == kCollectionPrefix + kDefaultName) {
+    return keyring_.hasDefault && serveCollection(call, kDefaultName, keyring_.isLocked);
+  }
+  for (const auto& [name, isLocked] : keyring_.others) {
+    if (call.path() == kCollectionPrefix + name) return serveCollection(call, name, isLocked);
+  }
+  return false;
+}
+
+bool FakeSecretService::serveCollection(const Call& call, const std::string& name, bool isLocked) {
   if (call.is("Locked")) {
-    call.reply("v", "b", keyring_.isLocked ? 1 : 0);
+    call.reply("v", "b", isLocked ? 1 : 0);
   } else if (call.is("Items")) {
-    std::vector<std::string> paths;
-    for (const auto& [number, item] : keyring_.items)
-      paths.push_back(itemPath(number));
-    call.replyFilled([&paths](sd_bus_message* answer) {
-      check(sd_bus_message_open_container(answer, 'v', "ao"));
-      appendPaths(answer, paths);
-      check(sd_bus_message_close_container(answer));
-    });
+    listItems(call, name);
   } else if (call.is("CreateItem")) {
     createItem(call);
   } else {
@@ -278,9 +302,18 @@ bool FakeSecretService::serveCollection(const Call& call) {
   return true;
 }
 
+void FakeSecretService::listItems(const Call& call, const std::string& collection) {
+  std::vector<std::string> paths;
+  for (const auto& [number, item] : keyring_.items) {
+    if (item.collection == collection) paths.push_back(itemPath(number, item));
+  }
+  call.replyFilled([&](sd_bus_message* answer) { replyPathsProperty(answer, paths); });
+}
+
 bool FakeSecretService::serveItem(const Call& call) {
-  if (!call.path().starts_with(kItemPrefix)) return false;
-  const auto found = keyring_.items.find(std::stoi(call.path().substr(kItemPrefix.size())));
+  const auto found = std::ranges::find_if(keyring_.items, [&call](const auto& entry) {
+    return call.path() == itemPath(entry.first, entry.second);
+  });
   if (found == keyring_.items.end()) return false;
   if (call.is("Attributes")) {
     call.replyFilled([&](sd_bus_message* answer) {
@@ -337,7 +370,7 @@ void FakeSecretService::createItem(const Call& call) {
     });
     keyring_.items[number] = item;
   };
-  replyPrompting(call, itemPath(number).c_str(), keyring_.promptsToCreate, store);
+  replyPrompting(call, itemPath(number, item).c_str(), keyring_.promptsToCreate, store);
 }
 
 void FakeSecretService::getSecret(const Call& call, const FakeKeyring::Item& item) {

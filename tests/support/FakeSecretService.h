@@ -23,16 +23,18 @@ struct FakeKeyring {
     std::string secret{};
     std::string contentType{};
     bool isLocked = false;  // by itself, in a keyring that may be open
+    std::string collection = "login";
   };
   std::map<int, Item> items{};  // by the number at the end of the path
   int lastNumber = 0;
 
   bool hasDefault = true;
-  bool isLocked = false;
-  bool pretendsWhileLocked = false;  // an empty value, and writes that succeed without effect
-  bool losesWrites = false;          // the same, while open
-  bool opensWithBytes = false;       // OpenSession's output is an empty array, not an empty text
-  bool makesSecondItems = false;     // CreateItem replaces nothing
+  bool isLocked = false;                 // the default collection, "login"
+  std::map<std::string, bool> others{};  // further collections, and whether they are locked
+  bool pretendsWhileLocked = false;      // an empty value, and writes that succeed without effect
+  bool losesWrites = false;              // the same, while open
+  bool opensWithBytes = false;    // OpenSession's output is an empty array, not an empty text
+  bool makesSecondItems = false;  // CreateItem replaces nothing
 
   bool promptsToCreate = false;
   bool promptsToDelete = false;
@@ -56,6 +58,9 @@ struct FakeKeyring {
   // Reacts so to the first calls of a member.
   void reactTo(const std::string& member, Reaction reaction, int times = 1);
   int countOf(const std::string& member) const;
+
+  // By itself, or with its collection.
+  bool isClosed(const Item& item) const;
 };
 
 class FakeSecretService {
@@ -88,7 +93,10 @@ class FakeSecretService {
   void serve(const Call& call);
   bool serveItself(const Call& call);
   bool serveService(const Call& call);
+  void listCollections(const Call& call);
   bool serveCollection(const Call& call);
+  bool serveCollection(const Call& call, const std::string& name, bool isLocked);
+  void listItems(const Call& call, const std::string& collection);
   bool serveItem(const Call& call);
   void openSession(const Call& call);
   void unlock(const Call& call);

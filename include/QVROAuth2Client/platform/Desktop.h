@@ -26,8 +26,10 @@ class QVR_EXPORT URLReceiver : public Object {
   // For poll(): readable when process() has something to do. It stays the same descriptor.
   virtual int fileDescriptor() const = 0;
 
-  // Calls `handler` for each URL that has arrived, and never blocks. False when the bus is gone:
-  // nothing will come any more, and the descriptor should no longer be waited for.
+  // Calls `handler` for what the application was opened with next, one URL or a few, if anything
+  // has arrived, and never blocks itself. While more waits the descriptor stays readable, so that
+  // the host sees to its own deadlines in between, however much is sent. False when the bus is
+  // gone: nothing will come any more, and the descriptor should no longer be waited for.
   virtual bool process(const Handler& handler) = 0;
 
   // Whether this process has the bus name. While another one has it, that one gets the URLs; this
@@ -36,14 +38,15 @@ class QVR_EXPORT URLReceiver : public Object {
 
   // Gives the name up, once and for all, and calls `handler` for each URL that was sent to it under
   // the name until then: between this process and the one that has the name next none is lost.
-  // Waits for the bus, no longer than the timeout of the start.
+  // Takes no longer than the timeout of the start, and the handler's last call: what has not been
+  // handed over by then is refused, and its sender told.
   virtual void giveUpName(const Handler& handler) = 0;
 };
 
 struct URLReceiverOptions {
   std::string busName{};      // the application's, such as "org.example.Mail"
   std::string busAddress{};   // empty for the session's own
-  double timeoutSeconds = 5;  // for the bus to answer at the start
+  double timeoutSeconds = 5;  // for the bus to answer at the start; a day at the most
 };
 
 // Connects to the bus, offers org.freedesktop.Application at the path that belongs to the name, and

@@ -65,7 +65,8 @@ struct SecretServiceOptions {
   // False: a locked keyring is not asked about, and is errSecInteractionNotAllowed at once.
   bool mayPrompt = true;
 
-  // Called on the calling thread when the user is being asked to unlock, before the wait for it.
+  // Called on the calling thread when the user is being asked, before the wait for the answer: to
+  // unlock the keyring, or by a service that asks about an item it is to make or to delete.
   std::function<void()> promptIsShown{};
 };
 

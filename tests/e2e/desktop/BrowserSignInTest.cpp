@@ -6,7 +6,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 
 #include "tests/e2e/CommandTest.h"
 #include "tests/e2e/desktop/BrowserDesktop.h"
@@ -30,8 +29,6 @@ class BrowserSignInTest : public CommandTest {
   static constexpr double kPatience = 90;  // seconds that only a hang exceeds
 
   BrowserSignInTest() {
-    std::ofstream(folder.file("config/qvr-oauth2/config.toml"), std::ios::app)
-        << "[keychain]\nkind = \"secret-service\"\n";
     browser_ = makeDefaultBrowser(browserName(),
                                   {.certificateAuthority = counterpart.certificateAuthority(),
                                    .origins = {origin("google"), origin("microsoft")},
