@@ -237,14 +237,15 @@ TEST_F(SecretServiceLockedItemTest, IsNeverNotFound) {
   EXPECT_EQ(itemCount(), 1u);
 }
 
-TEST_F(SecretServiceLockedItemTest, BesideAnOpenOneIsLeftAlone) {
+// It would be found once the open one is gone, so the removal is not done.
+TEST_F(SecretServiceLockedItemTest, BesideAnOpenOneIsLeftAloneAndToldOfByRemoving) {
   service_.with([](Keyring& keyring) {
     Keyring::Item twin = keyring.items.begin()->second;
     twin.isLocked = false;
     keyring.items[++keyring.lastNumber] = twin;
   });
   EXPECT_EQ(item_.text(), "secret");
-  EXPECT_EQ(item_.remove(), qvr::errSecSuccess);
+  EXPECT_EQ(item_.remove(), qvr::errSecInteractionNotAllowed);
   EXPECT_EQ(countOf("Unlock"), 0);
   EXPECT_EQ(itemCount(), 1u);
 }
