@@ -289,7 +289,7 @@ TEST_F(KeychainMoveTest, ItemThatIsNoLongerInTheTargetIsNotRemovedFromTheSource)
 // As where files cannot be locked: the second begins when the first has said where the tokens are,
 // and has taken some of its steps when the first comes to its last.
 TEST_F(KeychainMoveTest, TwoOppositeMovesAtOnceLoseNothing) {
-  for (int stepsBefore = 0; stepsBefore <= 3; ++stepsBefore) {
+  for (std::size_t stepsBefore = 0; stepsBefore <= 3; ++stepsBefore) {
     SCOPED_TRACE(stepsBefore);
     source->put(service(), kUser, {5, 2});
     KeychainMove there = makeMove();
@@ -299,11 +299,11 @@ TEST_F(KeychainMoveTest, TwoOppositeMovesAtOnceLoseNothing) {
         [&] { return back.removeOld(); }};
     ASSERT_FALSE(there.check());
     ASSERT_FALSE(there.copy());
-    for (int step = 0; step < stepsBefore; ++step)
+    for (std::size_t step = 0; step < stepsBefore; ++step)
       EXPECT_FALSE(steps[step]());
     const bool isRefused = there.removeOld().has_value();
     EXPECT_EQ(isRefused, stepsBefore == 3);
-    for (int step = stepsBefore; step < 3; ++step)
+    for (std::size_t step = stepsBefore; step < 3; ++step)
       EXPECT_EQ(steps[step]().has_value(), stepsBefore > 0 && step == 2) << "step " << step;
     EXPECT_EQ(source->itemCount() + target->itemCount(), 1u);
     const auto& holder = source->itemCount() == 1 ? source : target;
