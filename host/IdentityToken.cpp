@@ -20,6 +20,7 @@ constexpr std::size_t kLongestName = 64 + 1 + 255;
 std::vector<std::string> textMembers(const qvr::Data& json,
                                      std::initializer_list<std::string_view> keys) {
   std::vector<std::string> texts(keys.size());
+  if (json.empty()) return texts;  // which may have no address, and the parser copies from it
   simdjson::dom::parser parser;
   simdjson::dom::object object;
   if (parser.parse(json.data(), json.size()).get(object) != simdjson::SUCCESS) return texts;
