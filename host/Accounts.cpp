@@ -32,7 +32,7 @@ qvr::ErrorPtr errorForStatus(std::int32_t status) {
 
 }  // namespace
 
-int accounts(const Configuration& configuration) {
+int accounts(const Configuration& configuration, bool) {
   std::vector<qvr::KeychainItemName> names;
   const std::int32_t status = keychainItems()->list(&names);
   if (status != qvr::errSecSuccess && status != qvr::errSecItemNotFound) {

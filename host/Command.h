@@ -6,16 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "host/Account.h"
 #include "host/Configuration.h"
 #include "host/ExitStatus.h"
+#include "host/TokenFormat.h"
 
 namespace host {
-
-// An account as the user names it; the provider is already one of the library's exact names.
-struct Account {
-  std::string provider;
-  std::string username;
-};
 
 struct SignInOptions {
   Account account;
@@ -29,12 +25,20 @@ struct SignInOptions {
 struct TokenOptions {
   Account account;
   bool forceRefresh = false;
+  double minimumSeconds = 0;  // how long the token must still be valid
+  TokenFormat format{};
+};
+
+struct StatusOptions {
+  Account account;
+  bool asJSON = false;
 };
 
 // These run after the library has been told the configuration (installHost() in Setup.h).
 int signIn(const Configuration& configuration, const SignInOptions& options);
 int token(const Configuration& configuration, const TokenOptions& options);
-int accounts(const Configuration& configuration);
+int accounts(const Configuration& configuration, bool asJSON);
+int status(const Configuration& configuration, const StatusOptions& options);
 int signOut(const Configuration& configuration, const Account& account, bool localOnly);
 
 // Carries all tokens over to the keychain of the name ("secret-service" or "file"), verifies them

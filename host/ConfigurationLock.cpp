@@ -1,32 +1,17 @@
 #include "host/ConfigurationLock.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
-#include <thread>
+#include <utility>
 
 #include "host/FileWriting.h"
 #include "host/Paths.h"
 
 namespace host {
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-constexpr std::chrono::milliseconds kPause(20);
-
-// False while another process holds it.
-bool tryLock(int file, ConfigurationLock::Kind kind) {
-  const int operation = kind == ConfigurationLock::Kind::kShared ? LOCK_SH : LOCK_EX;
-  int result = 0;
-  do {
-    result = flock(file, operation | LOCK_NB);
-  } while (result != 0 && errno == EINTR);
-  return result == 0 || errno != EWOULDBLOCK;
-}
 
 bool canBeChanged(const std::string& folder) {
   return faccessat(AT_FDCWD, folder.c_str(), W_OK, AT_EACCESS) == 0 ||
@@ -64,10 +49,9 @@ std::variant<ConfigurationLock, Failure> ConfigurationLock::acquire(
     const std::string& path, Kind kind, std::chrono::milliseconds deadline) {
   Descriptor file = openLockFile(path);
   if (!file) return cannotLock(path);
-  for (const auto end = Clock::now() + deadline;; std::this_thread::sleep_for(kPause)) {
-    if (tryLock(file.number(), kind)) return ConfigurationLock(std::move(file));
-    if (Clock::now() >= end) return busy(kind);
-  }
+  auto lock = FileLock::acquire(std::move(file), kind, deadline);
+  if (!lock) return busy(kind);
+  return ConfigurationLock(std::move(*lock));
 }
 
 }  // namespace host

@@ -5,9 +5,6 @@
 // configuration, which is replaced when it is written, and stays there: a lock on a file that has
 // lost its name would keep nobody out. Where the folder is read-only, so that nothing in it is ever
 // replaced, it lies on the configuration itself.
-//
-// The kernel gives it back however the process ends. On a file system without locks it stands for
-// nothing: it guards against a coincidence, and is no reason to shut anybody out.
 #pragma once
 
 #include <chrono>
@@ -15,17 +12,15 @@
 #include <utility>
 #include <variant>
 
-#include "host/Descriptor.h"
 #include "host/Failure.h"
+#include "host/FileLock.h"
 
 namespace host {
 
 class ConfigurationLock {
  public:
-  enum class Kind {
-    kShared,     // to work on the keychain
-    kExclusive,  // to choose or to exchange it
-  };
+  // Shared to work on the keychain; exclusive to choose or to exchange it.
+  using Kind = FileLock::Kind;
 
   // Waits until no other process holds what contradicts it; fails with kTryAgainLater at the
   // deadline, and with kFailed when the file of the lock cannot be opened. The configuration need
@@ -37,9 +32,9 @@ class ConfigurationLock {
   ConfigurationLock() = default;
 
  private:
-  explicit ConfigurationLock(Descriptor file) : file_(std::move(file)) {}
+  explicit ConfigurationLock(FileLock lock) : lock_(std::move(lock)) {}
 
-  Descriptor file_;
+  FileLock lock_;
 };
 
 }  // namespace host

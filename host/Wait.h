@@ -14,6 +14,8 @@
 #include <optional>
 #include <utility>
 
+#include "host/Deadline.h"
+
 namespace host {
 
 // How long a request to a provider may take, and how long the command waits for its handler: a
@@ -39,12 +41,12 @@ class Outcome {
     shared_->delivered.notify_all();
   }
 
-  // Takes the value; nothing when the deadline passes first.
+  // Takes the value; nothing when the deadline passes first, this one or the command's own.
   std::optional<T> wait(double seconds) const {
     std::unique_lock lock(shared_->mutex);
     const auto deadline = std::chrono::steady_clock::now() +
                           std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                              std::chrono::duration<double>(seconds));
+                              std::chrono::duration<double>(secondsLeft(seconds)));
     shared_->delivered.wait_until(lock, deadline, [this] { return shared_->value.has_value(); });
     return std::exchange(shared_->value, std::nullopt);
   }

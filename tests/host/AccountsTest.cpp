@@ -78,7 +78,7 @@ Printed accountsWith(const host::Configuration& configuration, std::int32_t stat
   host::Seams seams;
   seams.keychainItems = qvr::makeRef<UnlistedKeychain>(status);
   EXPECT_FALSE(host::installHost(configuration, seams));
-  return collect([&] { return host::accounts(configuration); });
+  return collect([&] { return host::accounts(configuration, false); });
 }
 
 TEST_F(AccountsTest, ReportsAKeychainThatCannotList) {

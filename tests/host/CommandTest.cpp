@@ -62,7 +62,7 @@ Printed CommandTest::runSignOut(const host::Account& account, bool localOnly) {
 }
 
 Printed CommandTest::runAccounts() {
-  return collect([&] { return host::accounts(configuration); });
+  return collect([&] { return host::accounts(configuration, false); });
 }
 
 qvr::Ref<QVROAuth2Token> CommandTest::record(qvr::TextView accessToken, qvr::TextView refreshToken,
