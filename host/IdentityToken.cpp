@@ -73,6 +73,14 @@ std::vector<std::string> accountNamesInIDToken(std::string_view token) {
   return names;
 }
 
+std::optional<std::string> subjectInIDToken(std::string_view token) {
+  const auto payload = payloadOf(token);
+  if (!payload) return std::nullopt;
+  const auto members = textMembers(*payload, {"iss", "sub"});
+  if (members[0].empty() || members[1].empty()) return std::nullopt;
+  return std::to_string(members[0].size()) + " " + members[0] + " " + members[1];
+}
+
 std::optional<std::string> warningAboutAccount(const std::vector<std::string>& names,
                                                const Account& account) {
   const bool isSame =

@@ -22,6 +22,11 @@ std::optional<std::string> idTokenInAnswer(const qvr::Data& body);
 // vouched for by the connection (OpenID Connect Core section 3.1.3.7).
 std::vector<std::string> accountNamesInIDToken(std::string_view token);
 
+// Who an ID token is about: its "iss" and "sub" together, which no two accounts share and no
+// account changes (OpenID Connect Core section 2). Absent when either is missing, empty or no text,
+// and for a token that is malformed or encrypted. The signature is not looked at here either.
+std::optional<std::string> subjectInIDToken(std::string_view token);
+
 // What to tell a user who asked for one account and signed in to another: the names are there, and
 // none is the account's, compared without regard to the case of ASCII letters.
 std::optional<std::string> warningAboutAccount(const std::vector<std::string>& names,

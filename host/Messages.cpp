@@ -7,6 +7,7 @@
 #include "QVROAuth2Client/QVROAuth2Error.h"
 #include "QVROAuth2Client/platform/KeychainItems.h"
 #include "QVROAuth2Client/platform/URLSession.h"
+#include "host/RetryAfter.h"
 #include "host/Setup.h"
 
 namespace host {
@@ -95,13 +96,19 @@ constexpr Hint kTransportHints[] = {
 constexpr Hint kProtocolHints[] = {
     {QVROAuth2ErrorUnauthorizedClient, "Check the registration: `qvr-oauth2 config` says how."},
     {QVROAuth2ErrorInvalidClient, "Check the registration: `qvr-oauth2 config` says how."},
-    {QVROAuth2ErrorAccessDenied, "Sign in again and give the consent that the page asks for."},
-    {QVROAuth2ErrorInvalidScope, "Ask for other scopes with --scope."},
-    {QVROAuth2ErrorAdminPolicyEnforced, "Ask the administrator of the account to allow the app."},
-    {QVROAuth2ErrorDisallowedUserAgent, "Sign in with another browser."},
-    {QVROAuth2ErrorOrgInternal, "Use an account of the organisation that registered the app."},
     {QVROAuth2ErrorRedirectURIMismatch,
      "Register the redirect URI that `qvr-oauth2 config` shows."},
+};
+
+// The same for errors that the user, or somebody for them, can mend; then they sign in.
+constexpr Hint kConsentHints[] = {
+    {QVROAuth2ErrorAccessDenied, "Give the consent that the page asks for when you sign in again"},
+    {QVROAuth2ErrorInvalidScope, "Sign in again, and ask for other scopes with --scope"},
+    {QVROAuth2ErrorAdminPolicyEnforced,
+     "Ask the administrator of the account to allow the app, and sign in again"},
+    {QVROAuth2ErrorDisallowedUserAgent, "Sign in again with another browser"},
+    {QVROAuth2ErrorOrgInternal,
+     "Sign in with an account of the organisation that registered the app"},
 };
 
 template <std::size_t N>
@@ -109,10 +116,6 @@ const char* findHint(const Hint (&hints)[N], std::int64_t code) {
   const Hint* const hint =
       std::find_if(hints, hints + N, [code](const Hint& each) { return each.code == code; });
   return hint == hints + N ? nullptr : hint->text;
-}
-
-string about(const Account& account) {
-  return account.username + " at " + account.provider;
 }
 
 // What a provider said, on one line, cut, and without the full stop that our sentence brings.
@@ -146,16 +149,20 @@ string protocolSentence(const qvr::Error& error, const Account& account, QVROAut
     return sentence + "Sign in again: " + signInCommand(account);
   }
   if (advice == QVROAuth2Advice::kTryAgainLater) return sentence + "Try again later.";
+  if (const char* const hint = findHint(kConsentHints, error.code())) {
+    return sentence + hint + ": " + signInCommand(account);
+  }
   const char* const hint = findHint(kProtocolHints, error.code());
   return sentence + (hint != nullptr ? hint : "Trying again will not help.");
 }
 
 string keychainSentence(const qvr::Error& error, std::string_view kind, const Account& account) {
   if (error.code() == qvr::errSecItemNotFound) {
-    return "Nothing is stored for " + about(account) + ". Sign in first: " + signInCommand(account);
+    return "Nothing is stored for " + nameOf(account) +
+           ". Sign in first: " + signInCommand(account);
   }
   if (error.code() == qvr::errSecDecode) {
-    return "The stored item for " + about(account) +
+    return "The stored item for " + nameOf(account) +
            " is damaged. Sign in again to replace it: " + signInCommand(account);
   }
   if (const char* const hint = findHint(kKeyringHints, error.code());
@@ -200,9 +207,9 @@ string cocoaSentence(const qvr::Error& error, const Account& account) {
            "later.";
   }
   if (error.code() == qvr::NSCoderInvalidValueError) {
-    return "The token for " + about(account) + " cannot be written into a record.";
+    return "The token for " + nameOf(account) + " cannot be written into a record.";
   }
-  return "The stored item for " + about(account) +
+  return "The stored item for " + nameOf(account) +
          " is no token record that can be read. Sign in again to replace it: " +
          signInCommand(account);
 }
@@ -220,8 +227,10 @@ string sentenceFor(const qvr::Error& error, const Account& account, QVROAuth2Adv
 
 }  // namespace
 
-int exitStatusForError(const qvr::ErrorPtr& error) {
-  switch (QVROAuth2AdviceForError(error)) {
+namespace {
+
+int exitStatusFor(QVROAuth2Advice advice) {
+  switch (advice) {
     case QVROAuth2Advice::kTryAgainLater:
       return kTryAgainLater;
     case QVROAuth2Advice::kSignInAgain:
@@ -234,9 +243,39 @@ int exitStatusForError(const qvr::ErrorPtr& error) {
   return kFailed;
 }
 
-Failure failureForError(const qvr::ErrorPtr& error, const Account& account) {
+Failure failureFor(const qvr::ErrorPtr& error, const Account& account, QVROAuth2Advice advice) {
   if (!error) return {kFailed, "The command failed for an unknown reason."};
-  return {exitStatusForError(error), sentenceFor(*error, account, QVROAuth2AdviceForError(error))};
+  return {exitStatusFor(advice), sentenceFor(*error, account, advice)};
+}
+
+// Says when to try again, where the sentence ends with "try again later." or says nothing.
+string withTime(const string& sentence, double seconds) {
+  constexpr std::string_view kEnding = "ry again later.";
+  const string time = tryAgainSentence(seconds);
+  if (!sentence.ends_with(kEnding)) return sentence + " " + time;
+  return sentence.substr(0, sentence.size() - kEnding.size()) + time.substr(1);
+}
+
+}  // namespace
+
+int exitStatusForError(const qvr::ErrorPtr& error) {
+  return exitStatusFor(QVROAuth2AdviceForError(error));
+}
+
+Failure failureForError(const qvr::ErrorPtr& error, const Account& account) {
+  return failureFor(error, account, QVROAuth2AdviceForError(error));
+}
+
+Failure failureForAnswer(const qvr::ErrorPtr& error, const Account& account,
+                         const ObservedAnswer& answer) {
+  const bool isTransient = isTransientStatus(answer.statusCode);
+  Failure failure =
+      failureFor(error, account,
+                 isTransient ? QVROAuth2Advice::kTryAgainLater : QVROAuth2AdviceForError(error));
+  if (answer.retryAfterSeconds && failure.status == kTryAgainLater) {
+    failure.sentence = withTime(failure.sentence, *answer.retryAfterSeconds);
+  }
+  return failure;
 }
 
 Failure failureForKeychainStatus(std::int32_t status, std::string_view kind,
@@ -259,6 +298,14 @@ string shellQuoted(std::string_view text) {
 string commandLine(std::string_view command, const Account& account) {
   return "`qvr-oauth2 " + string(command) + " " + account.provider + " " +
          shellQuoted(account.username) + "`";
+}
+
+string nameOf(const Account& account) {
+  return account.username + " at " + account.provider;
+}
+
+Failure signInNeeded(const Account& account, const string& reason) {
+  return {kSignInNeeded, reason + " Sign in again: " + signInCommand(account)};
 }
 
 string signInCommand(const Account& account) {

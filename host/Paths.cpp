@@ -33,6 +33,12 @@ std::optional<std::string> userFolder(const char* variable, const char* belowHom
   return std::nullopt;
 }
 
+bool isOwnFolder(const std::string& path) {
+  struct stat status = {};
+  return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+         status.st_uid == geteuid() && (status.st_mode & 077) == 0;
+}
+
 Failure cannotMake(const std::string& path) {
   return {kFailed, "The folder " + path + " cannot be made (" + std::strerror(errno) +
                        "): check the permissions of the folders above it."};
@@ -50,7 +56,10 @@ std::optional<std::string> dataFolder() {
 
 std::string runtimeFolder() {
   if (auto folder = folderFromEnvironment("XDG_RUNTIME_DIR")) return *folder + kName;
-  return std::string("/tmp") + kName + "-" + std::to_string(getuid());
+  const std::string user = std::to_string(getuid());
+  const std::string sessions = "/run/user/" + user;
+  if (isOwnFolder(sessions)) return sessions + kName;
+  return std::string("/tmp") + kName + "-" + user;
 }
 
 std::optional<Failure> makeFolder(const std::string& path) {

@@ -16,7 +16,8 @@ namespace host {
 std::optional<std::string> configurationFolder();
 std::optional<std::string> dataFolder();
 
-// "qvr-oauth2" below $XDG_RUNTIME_DIR; where that is unset, "qvr-oauth2-UID" below /tmp.
+// "qvr-oauth2" below $XDG_RUNTIME_DIR. Where that is unset, as in a cron job, below /run/user/UID,
+// which it names in a session of the same user, if that is there; else "qvr-oauth2-UID" below /tmp.
 std::string runtimeFolder();
 
 // Makes the folder, and the missing ones above it, with mode 0700.

@@ -1,11 +1,17 @@
 #include "host/Record.h"
 
+#include <string>
 #include <utility>
 
 #include "QVROAuth2Client/QVROAuth2Keychain.h"
 #include "QVROAuth2Client/QVROAuth2Provider.h"
 #include "QVROAuth2Client/QVROAuth2TokenManager.h"
+#include "host/Messages.h"
+#include "host/PendingRequest.h"
 #include "host/Secrets.h"
+#include "host/SignalledOutcome.h"
+#include "host/Signals.h"
+#include "host/Steps.h"
 #include "host/Wait.h"
 
 namespace host {
@@ -17,7 +23,8 @@ struct Result {
 };
 
 // A handler that hands its arguments to `outcome`.
-QVROAuth2TokenCompletionHandler into(const Outcome<Result>& outcome) {
+template <class AnyOutcome>
+QVROAuth2TokenCompletionHandler into(const AnyOutcome& outcome) {
   return [outcome](qvr::Ref<QVROAuth2Token> record, qvr::ErrorPtr error) {
     outcome.deliver({std::move(record), std::move(error)});
   };
@@ -42,13 +49,38 @@ qvr::Ref<QVROAuth2Token> unpack(Result result, qvr::ErrorPtr* error) {
   return std::move(result.record);
 }
 
-qvr::ErrorPtr storeOnce(const Account& account, const qvr::Ref<QVROAuth2Token>& record) {
-  const Outcome<qvr::ErrorPtr> outcome;
+void showOutcome(const std::string& what, const qvr::ErrorPtr& error) {
+  if (stepsAreShown()) step(what + (error ? " failed: " + error->description() : " succeeded"));
+}
+
+// The outcome of an operation on the keychain, which `what` names.
+qvr::ErrorPtr finish(const std::string& what, const Outcome<qvr::ErrorPtr>& outcome) {
+  auto result = outcome.wait(kKeychainDeadlineSeconds);
+  qvr::ErrorPtr error = result ? std::move(*result) : keychainDeadlineError();
+  showOutcome(what, error);
+  return error;
+}
+
+void startStoring(const Account& account, const qvr::Ref<QVROAuth2Token>& record,
+                  const Outcome<qvr::ErrorPtr>& outcome) {
   QVROAuth2TokenManager::sharedOAuth2TokenManager()->setTokenToKeychain(
       record, account.provider, account.username,
       [outcome](qvr::ErrorPtr error) { outcome.deliver(std::move(error)); });
-  auto result = outcome.wait(kKeychainDeadlineSeconds);
-  return result ? *result : keychainDeadlineError();
+}
+
+qvr::ErrorPtr storeOnce(const Account& account, const qvr::Ref<QVROAuth2Token>& record) {
+  const Outcome<qvr::ErrorPtr> outcome;
+  startStoring(account, record, outcome);
+  return finish("storing the record of " + nameOf(account), outcome);
+}
+
+// What is known of a record, without its tokens.
+std::string summary(const QVROAuth2Token& record) {
+  const auto lengthOrNone = [](const qvr::Text& token) {
+    return token ? lengthOf(*token) : std::string("none");
+  };
+  return "access token " + lengthOrNone(record.accessToken()) + ", refresh token " +
+         lengthOrNone(record.refreshToken());
 }
 
 }  // namespace
@@ -57,8 +89,14 @@ qvr::Ref<QVROAuth2Token> readRecord(const Account& account, qvr::ErrorPtr* error
   const Outcome<Result> outcome;
   QVROAuth2TokenManager::sharedOAuth2TokenManager()->getTokenFromKeychainForProvider(
       account.provider, account.username, into(outcome));
-  auto result = outcome.wait(kKeychainDeadlineSeconds);
-  return unpack(result ? std::move(*result) : Result{nullptr, keychainDeadlineError()}, error);
+  const auto result = [&outcome] {
+    const TerminationAllowed allowed;
+    return outcome.wait(kKeychainDeadlineSeconds);
+  }();
+  auto record = unpack(result ? *result : Result{nullptr, keychainDeadlineError()}, error);
+  showOutcome("reading the record of " + nameOf(account), record ? nullptr : *error);
+  if (record && stepsAreShown()) step("the record: " + summary(*record));
+  return record;
 }
 
 // Another process may have added the item since it was looked for: then there is one to replace.
@@ -68,23 +106,29 @@ qvr::ErrorPtr storeRecord(const Account& account, const qvr::Ref<QVROAuth2Token>
   return isThereNow ? storeOnce(account, record) : error;
 }
 
+qvr::ErrorPtr rewriteRecord(const Account& account, const qvr::Ref<QVROAuth2Token>& record) {
+  const Outcome<qvr::ErrorPtr> outcome;
+  startStoring(account, record, outcome);
+  const TerminationAllowed allowed;
+  return finish("writing the record of " + nameOf(account) + " back", outcome);
+}
+
 qvr::ErrorPtr removeRecord(const Account& account) {
   const Outcome<qvr::ErrorPtr> outcome;
   QVROAuth2Keychain::defaultOAuth2Keychain()->removePasswordDataForService(
       account.provider, account.username, nullptr,
       [outcome](bool, qvr::ErrorPtr error) { outcome.deliver(std::move(error)); });
-  auto result = outcome.wait(kKeychainDeadlineSeconds);
-  return result ? *result : keychainDeadlineError();
+  return finish("removing the record of " + nameOf(account), outcome);
 }
 
 qvr::Ref<QVROAuth2Token> refreshRecord(const Account& account,
                                        const qvr::Ref<QVROAuth2Token>& record,
                                        qvr::ErrorPtr* error) {
-  const Outcome<Result> outcome;
+  const SignalledOutcome<Result> outcome;
   const auto task = QVROAuth2TokenManager::sharedOAuth2TokenManager()->taskForRefreshingAccessToken(
       record, account.provider, account.username, into(outcome));
   task->resume();
-  auto result = outcome.wait(kRequestDeadlineSeconds);
+  auto result = answerOfPendingRequest(outcome, kRequestDeadlineSeconds);
   if (!result) task->cancel();
   return unpack(result ? std::move(*result) : Result{nullptr, requestDeadlineError()}, error);
 }

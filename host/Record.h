@@ -1,5 +1,8 @@
 // The stored token record of an account, read and written by way of the library, with a deadline on
 // every wait. Tokens that pass through here are kept out of all messages (see Secrets.h).
+//
+// The signals that ask the command to end do so at once while a record is read. Where they are
+// blocked (see TerminationBlocked) they wait for everything else to be done.
 #pragma once
 
 #include <string_view>
@@ -13,12 +16,16 @@ namespace host {
 // The record; null, with *error set, when there is none or it cannot be read.
 qvr::Ref<QVROAuth2Token> readRecord(const Account& account, qvr::ErrorPtr* error);
 
-// Null when stored (and then durable), or removed.
+// These answer null when stored (and then durable), or removed.
 qvr::ErrorPtr storeRecord(const Account& account, const qvr::Ref<QVROAuth2Token>& record);
+
+// Stores a record in the place of the same, to see whether it can be. A signal may cut that short.
+qvr::ErrorPtr rewriteRecord(const Account& account, const qvr::Ref<QVROAuth2Token>& record);
+
 qvr::ErrorPtr removeRecord(const Account& account);
 
 // A new record for one that has a refresh token without a space; null, with *error set, when the
-// provider gave none. Nothing is stored.
+// provider gave none. Nothing is stored. A signal ends the wait as waitForPendingRequest() says.
 qvr::Ref<QVROAuth2Token> refreshRecord(const Account& account,
                                        const qvr::Ref<QVROAuth2Token>& record,
                                        qvr::ErrorPtr* error);

@@ -17,7 +17,7 @@
 #include <system_error>
 #include <utility>
 
-#include "QVROAuth2Client/QVROAuth2PublicClient.h"
+#include "host/HashedName.h"
 
 namespace host {
 
@@ -37,11 +37,6 @@ struct Word {
 constexpr std::array<Word, 3> kWords{{{RedirectAnswer::kAccepted, "accepted\n"},
                                       {RedirectAnswer::kNotThisSignIn, "not this sign-in\n"},
                                       {RedirectAnswer::kRefused, "refused\n"}}};
-
-// Opens the library's own S256 to the command.
-struct StateHash : QVROAuth2PublicClient {
-  using QVROAuth2PublicClient::S256CodeChallengeWithCodeVerifier;
-};
 
 std::optional<sockaddr_un> addressOf(const std::string& path) {
   sockaddr_un address{};
@@ -134,8 +129,7 @@ void setSendTimeout(int socket, std::chrono::milliseconds time) {
 }  // namespace
 
 std::string redirectSocketName(std::string_view state) {
-  const qvr::Text hash = StateHash::S256CodeChallengeWithCodeVerifier(state);
-  return hash.value_or("").substr(0, 22) + std::string(kNameSuffix);
+  return hashedName(state) + std::string(kNameSuffix);
 }
 
 std::unique_ptr<RedirectListener> RedirectListener::listen(const std::string& folder,

@@ -8,6 +8,8 @@
 #include "QVROAuth2Client/QVRMicrosoftOAuth2PublicClient.h"
 #include "QVROAuth2Client/QVROAuth2Provider.h"
 #include "QVROAuth2Client/platform/Ports.h"
+#include "host/AccountLock.h"
+#include "host/AccountSubject.h"
 #include "host/ApplicationIdentifier.h"
 #include "host/Console.h"
 #include "host/IdentityToken.h"
@@ -41,6 +43,7 @@ qvr::Ref<QVROAuth2PublicClient> makeMicrosoftClient(const SignInOptions& options
 struct SignedIn {
   qvr::Ref<QVROAuth2Token> record;
   std::vector<std::string> accountNames;
+  std::optional<std::string> subject;
 };
 
 // Nothing is stored.
@@ -56,7 +59,18 @@ std::variant<SignedIn, Failure> obtainRecord(const SignInOptions& options,
   const auto record =
       recordFromAnswer(*answer.response, requestedScope(options), options.account, now());
   if (const auto* failure = std::get_if<Failure>(&record)) return *failure;
-  return SignedIn{std::get<qvr::Ref<QVROAuth2Token>>(record), answer.accountNames};
+  return SignedIn{std::get<qvr::Ref<QVROAuth2Token>>(record), answer.accountNames, answer.subject};
+}
+
+// Under the lock, so that a refresh of the record that is being replaced cannot come after it.
+std::optional<Failure> store(const Account& account, const qvr::Ref<QVROAuth2Token>& record) {
+  const auto lock = AccountLock::acquire(account);
+  if (const auto* failure = std::get_if<Failure>(&lock)) return *failure;
+  // A keychain may ask the user for something; who does not want to answer can leave.
+  const TerminationAllowed allowed;
+  const qvr::ErrorPtr error = storeRecord(account, record);
+  if (!error) return std::nullopt;
+  return failureForError(error, account);
 }
 
 }  // namespace
@@ -75,14 +89,15 @@ std::string requestedScope(const SignInOptions& options) {
 int runSignIn(const SignInOptions& options, const SignInEnvironment& environment) {
   const auto result = obtainRecord(options, environment);
   if (const auto* failure = std::get_if<Failure>(&result)) return report(*failure);
-  const auto& [record, accountNames] = std::get<SignedIn>(result);
-  // A keychain may ask the user for something; who does not want to answer can leave.
-  const TerminationAllowed allowed;
-  if (const qvr::ErrorPtr error = storeRecord(options.account, record)) {
-    Failure failure = failureForError(error, options.account);
-    failure.sentence =
-        "The token could not be stored, so you are not signed in. " + failure.sentence;
-    return report(failure);
+  const auto& [record, accountNames, subject] = std::get<SignedIn>(result);
+  if (const auto failure = store(options.account, record)) {
+    return report({failure->status, "The token could not be stored, so you are not signed in. " +
+                                        failure->sentence});
+  }
+  if (subject) {
+    noteSubject(environment.bundleIdentifier, options.account, *subject);
+  } else {
+    forgetSubject(environment.bundleIdentifier, options.account);
   }
   writeOut("Signed in " + printable(options.account.username) + " at " + options.account.provider +
            ".\n");
@@ -104,7 +119,8 @@ int signIn(const Configuration& configuration, const SignInOptions& options) {
                              .runtimeFolder = runtimeFolder(),
                              .input = STDIN_FILENO,
                              .signals = signals.fileDescriptor(),
-                             .busName = applicationIdentifier(configuration)});
+                             .busName = applicationIdentifier(configuration),
+                             .bundleIdentifier = configuration.bundleIdentifier});
 }
 
 }  // namespace host

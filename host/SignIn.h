@@ -31,6 +31,7 @@ struct SignInEnvironment {
   int input = STDIN_FILENO;          // where a redirect may be pasted
   int signals = -1;                  // readable when the user wants to stop; see takeSignal()
   std::string busName{};             // under which redirects come over the session bus; or empty
+  std::string bundleIdentifier{};    // under which whom the browser signed in is noted
 };
 
 // Signs in, from the client to the stored record, and says so. Returns an ExitStatus.
@@ -49,10 +50,11 @@ std::variant<std::string, Failure> authorize(const qvr::Ref<QVROAuth2PublicClien
                                              const SignInOptions& options,
                                              const SignInEnvironment& environment);
 
-// The provider's answer, and the names that its ID token gives the account, if there is one.
+// The provider's answer, and whom its ID token names, if there is one.
 struct TokenAnswer {
   qvr::Ref<QVROAuth2AccessTokenResponse> response;
   std::vector<std::string> accountNames;
+  std::optional<std::string> subject;
 };
 
 // Exchanges the code. A signal cancels it.

@@ -1,76 +1,21 @@
 // The provider's part of a sign-in: the code is exchanged, and the answer becomes a record.
-#include <poll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <cstdint>
-#include <memory>
 #include <utility>
 
 #include "QVROAuth2Client/QVROAuth2Provider.h"
-#include "host/Descriptor.h"
-#include "host/IdentityToken.h"
+#include "host/AnswerObserver.h"
 #include "host/Messages.h"
 #include "host/Scopes.h"
 #include "host/Secrets.h"
 #include "host/Setup.h"
 #include "host/SignIn.h"
-#include "host/Signals.h"
-#include "host/Wait.h"
+#include "host/SignalledOutcome.h"
+#include "host/Steps.h"
 
 namespace host {
 
 namespace {
 
 using AnswerOrFailure = std::variant<TokenAnswer, Failure>;
-
-// An outcome for which one can wait beside signals: the descriptor is readable once it is there.
-struct SignalledAnswer {
-  Outcome<AnswerOrFailure> outcome;
-  Descriptor arrival{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
-
-  void deliver(AnswerOrFailure answer) const {
-    outcome.deliver(std::move(answer));
-    eventfd_write(arrival.number(), 1);
-  }
-};
-
-enum class Event { kAnswer, kSignal, kDeadline };
-
-Event waitFor(const SignalledAnswer& answer, int signals, double seconds) {
-  pollfd sources[] = {{answer.arrival.number(), POLLIN, 0}, {signals, POLLIN, 0}};
-  if (poll(sources, std::size(sources), static_cast<int>(seconds * 1000)) <= 0)
-    return Event::kDeadline;
-  return sources[0].revents != 0 ? Event::kAnswer : Event::kSignal;
-}
-
-// While it lives, notes whom the ID token of an answer names: the library's response does not keep
-// that token. Answers are observed and handled on one queue, so the names are there, complete, when
-// the handler of the same answer runs.
-class AccountNamesObserver {
- public:
-  AccountNamesObserver() {
-    if (session_)
-      session_->setObserver([names = names_](const qvr::Data& body, const auto&) {
-        const auto token = idTokenInAnswer(body);
-        if (token) *names = accountNamesInIDToken(*token);
-      });
-  }
-  ~AccountNamesObserver() {
-    if (session_) session_->setObserver(nullptr);
-  }
-  AccountNamesObserver(const AccountNamesObserver&) = delete;
-  AccountNamesObserver& operator=(const AccountNamesObserver&) = delete;
-
-  // To be read by that handler.
-  std::shared_ptr<const std::vector<std::string>> names() const { return names_; }
-
- private:
-  const qvr::Ref<ObservedSession> session_ = urlSession();
-  const std::shared_ptr<std::vector<std::string>> names_ =
-      std::make_shared<std::vector<std::string>>();
-};
 
 std::string minutes(double seconds) {
   const auto rounded = static_cast<long long>((seconds + 59) / 60);
@@ -96,17 +41,18 @@ std::string howToGetARefreshToken(const Account& account) {
 std::variant<TokenAnswer, Failure> exchangeCode(const QVROAuth2PublicClient& client,
                                                 const std::string& code, const Account& account,
                                                 int signals) {
-  const auto answer = std::make_shared<SignalledAnswer>();
-  const AccountNamesObserver observer;
+  const SignalledOutcome<AnswerOrFailure> answer;
+  const AnswerObserver observer;
   const auto task = client.taskForRequestingAccessTokenWithAuthorizationCode(
-      code, [answer, account, names = observer.names()](
+      code, [answer, account, observed = observer.answer()](
                 qvr::Ref<QVROAuth2AccessTokenResponse> response, qvr::ErrorPtr error) {
-        if (response) return answer->deliver(TokenAnswer{std::move(response), *names});
-        answer->deliver(failureForError(error, account));
+        if (!response) return answer.deliver(failureForError(error, account));
+        answer.deliver(TokenAnswer{std::move(response), observed->accountNames, observed->subject});
       });
+  step("Exchanging the code (" + lengthOf(code) + ") for a token.");
   task->resume();
-  const Event event = waitFor(*answer, signals, kRequestDeadlineSeconds);
-  if (event == Event::kAnswer) return answer->outcome.wait(0).value();
+  const Event event = answer.wait(signals, kRequestDeadlineSeconds);
+  if (event == Event::kAnswer) return answer.take().value();
   task->cancel();
   if (event == Event::kSignal)
     return Failure{kFailed, "The sign-in was cancelled: nothing was stored."};

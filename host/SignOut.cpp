@@ -7,10 +7,14 @@
 #include "QVROAuth2Client/QVROAuth2Error.h"
 #include "QVROAuth2Client/QVROAuth2Provider.h"
 #include "QVROAuth2Client/platform/KeychainItems.h"
+#include "host/AccountLock.h"
+#include "host/AccountSubject.h"
 #include "host/Command.h"
 #include "host/Console.h"
 #include "host/Messages.h"
+#include "host/PendingRequest.h"
 #include "host/Record.h"
+#include "host/Signals.h"
 #include "host/Wait.h"
 
 namespace host {
@@ -23,11 +27,11 @@ bool isDamaged(const qvr::Error& error) {
 
 // Asks the provider to revoke; null when it did.
 qvr::ErrorPtr revoke(const std::string& token, const char* hint) {
-  const Outcome<qvr::ErrorPtr> outcome;
+  const SignalledOutcome<qvr::ErrorPtr> outcome;
   const auto task = QVRGoogleOAuth2PublicClient::init()->taskForRevokingToken(
       token, hint, [outcome](qvr::ErrorPtr error) { outcome.deliver(std::move(error)); });
   task->resume();
-  auto result = outcome.wait(kRequestDeadlineSeconds);
+  auto result = answerOfPendingRequest(outcome, kRequestDeadlineSeconds);
   if (result) return *result;
   task->cancel();
   return qvr::Error::errorWithDomain(qvr::NSURLErrorDomain, qvr::NSURLErrorTimedOut);
@@ -78,27 +82,45 @@ Failure failureOf(const qvr::ErrorPtr& error, const Account& account) {
                               account.provider + ", so there is nothing to sign out."};
 }
 
-int removeItem(const Account& account) {
+std::optional<Failure> removeItem(const Configuration& configuration, const Account& account) {
   const qvr::ErrorPtr error = removeRecord(account);
-  if (error) return report(failureOf(error, account));
-  const std::string done = "Signed out " + account.username + " at " + account.provider + ".";
-  return writeOut(printable(done) + "\n") ? kDone : report(cannotWriteOutput());
+  if (error) return failureOf(error, account);
+  forgetSubject(configuration.bundleIdentifier, account);
+  return std::nullopt;
 }
 
-}  // namespace
-
-int signOut(const Configuration&, const Account& account, bool localOnly) {
-  if (localOnly) return removeItem(account);
+// Revokes what is stored, as far as the provider can. The failure is a reason to keep the record.
+std::optional<Failure> revokeStored(const Account& account) {
   qvr::ErrorPtr error;
   const auto record = readRecord(account, &error);
-  if (!record && !isDamaged(*error)) return report(failureOf(error, account));
+  if (!record && !isDamaged(*error)) return failureOf(error, account);
   if (!record) say("The stored item is damaged, so that its token cannot be revoked.");
   if (account.provider == QVROAuth2ProviderMicrosoft) {
     sayMicrosoftHasNoRevocation();
   } else if (record) {
-    if (auto failure = signOutAtGoogle(account, *record)) return report(*failure);
+    return signOutAtGoogle(account, *record);
   }
-  return removeItem(account);
+  return std::nullopt;
+}
+
+// Under the lock, so that a refresh that is under way elsewhere cannot bring the record back.
+std::optional<Failure> revokeAndRemove(const Configuration& configuration, const Account& account,
+                                       bool localOnly) {
+  const TerminationBlocked blocked;
+  const auto lock = AccountLock::acquire(account);
+  if (const auto* failure = std::get_if<Failure>(&lock)) return *failure;
+  if (!localOnly) {
+    if (auto failure = revokeStored(account)) return failure;
+  }
+  return removeItem(configuration, account);
+}
+
+}  // namespace
+
+int signOut(const Configuration& configuration, const Account& account, bool localOnly) {
+  if (auto failure = revokeAndRemove(configuration, account, localOnly)) return report(*failure);
+  const std::string done = "Signed out " + nameOf(account) + ".";
+  return writeOut(printable(done) + "\n") ? kDone : report(cannotWriteOutput());
 }
 
 }  // namespace host

@@ -33,6 +33,12 @@ void blockTerminationSignals() {
   setMask(SIG_BLOCK);
 }
 
+TerminationBlocked::TerminationBlocked() : previous_(setMask(SIG_BLOCK)) {}
+
+TerminationBlocked::~TerminationBlocked() {
+  pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
+}
+
 TerminationAllowed::TerminationAllowed() : previous_(setMask(SIG_UNBLOCK)) {}
 
 TerminationAllowed::~TerminationAllowed() {

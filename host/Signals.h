@@ -13,6 +13,19 @@ namespace host {
 // none does not call it: the signals end it, as they end any program.
 void blockTerminationSignals();
 
+// The same for a scope, for work that must not be cut in two: a signal that came meanwhile ends the
+// process when the scope ends. Threads that are started in the scope never take the signals.
+class TerminationBlocked {
+ public:
+  TerminationBlocked();
+  ~TerminationBlocked();
+  TerminationBlocked(const TerminationBlocked&) = delete;
+  TerminationBlocked& operator=(const TerminationBlocked&) = delete;
+
+ private:
+  sigset_t previous_;
+};
+
 // Lets the signals end the process for a scope: for blocking calls, such as one to a keychain that
 // asks the user for something, while there is nothing to tidy up. Afterwards they are blocked again
 // if they were.

@@ -184,8 +184,8 @@ bool CurlSessionLoop::isBusy(const std::string& host) const {
 }
 
 void CurlSessionLoop::launch(Waiting waiting) {
-  auto transfer = std::make_unique<CurlSessionTransfer>(curl_, waiting.task->request(), options_,
-                                                        waiting.deadline);
+  auto transfer = std::make_unique<CurlSessionTransfer>(
+      curl_, waiting.task->request(), options_, waiting.deadline, waiting.task->byteCount());
   CURL* const handle = transfer->handle();
   if (handle != nullptr && curl_.multiAddHandle(multi_, handle) == CURLM_OK) {
     flights_.emplace(handle,
@@ -194,7 +194,7 @@ void CurlSessionLoop::launch(Waiting waiting) {
   }
   const CURLcode result = handle == nullptr ? transfer->setupResult() : CURLE_FAILED_INIT;
   CurlSessionOutcome outcome = transfer->outcome(result);
-  transfer.reset();  // it refers to the task's request
+  transfer.reset();  // it refers to the task
   CurlSessionTask::finish(std::move(waiting.task), std::move(outcome), callbackQueue_);
 }
 
@@ -209,7 +209,7 @@ CurlSessionLoop::Flights::iterator CurlSessionLoop::end(Flights::iterator flight
   curl_.multiRemoveHandle(multi_, flight->first);
   const auto next = flights_.erase(flight);
   CurlSessionOutcome outcome = ended.transfer->outcome(result);
-  ended.transfer.reset();  // it refers to the task's request
+  ended.transfer.reset();  // it refers to the task
   CurlSessionTask::finish(std::move(ended.task), std::move(outcome), callbackQueue_);
   return next;
 }

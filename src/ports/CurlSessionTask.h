@@ -7,6 +7,7 @@
 #include "QVROAuth2Client/platform/Executor.h"
 #include "QVROAuth2Client/platform/URLSession.h"
 #include "src/platform/Mutex.h"
+#include "src/ports/CurlSessionByteCount.h"
 
 namespace qvr {
 
@@ -28,9 +29,13 @@ class CurlSessionTask final : public URLSessionDataTask {
   void resume() override;
   void cancel() override;
   State state() const override;
+  std::optional<std::int64_t> countOfBytesReceived() const override { return byteCount_.value(); }
 
   // Unchanged until the task is finished.
   const URLRequest& request() const { return request_; }
+
+  // For the transfer of the request, which tells it of what arrives.
+  CurlSessionByteCount& byteCount() { return byteCount_; }
 
   bool isCanceling() const { return state() == State::kCanceling; }
 
@@ -46,6 +51,7 @@ class CurlSessionTask final : public URLSessionDataTask {
   void wipeBody();
 
   URLRequest request_;
+  CurlSessionByteCount byteCount_;
   mutable Mutex mutex_;
   Ref<CurlSessionCore> core_ QVR_GUARDED_BY(mutex_);
   DataTaskCompletionHandler handler_ QVR_GUARDED_BY(mutex_);

@@ -25,10 +25,12 @@ std::string trimmed(std::string_view text) {
 
 CurlSessionTransfer::CurlSessionTransfer(const CurlLibrary& curl, const URLRequest& request,
                                          const URLSessionOptions& options,
-                                         Clock::time_point deadline)
+                                         Clock::time_point deadline,
+                                         CurlSessionByteCount& byteCount)
     : curl_(curl),
       request_(request),
       options_(options),
+      byteCount_(byteCount),
       handle_(curl.easyInit()),
       wholeDeadline_(deadline),
       idleDeadline_(deadlineAfter(options.idleTimeoutSeconds)) {
@@ -119,6 +121,9 @@ void CurlSessionTransfer::setCallbacks() {
   set(CURLOPT_XFERINFOFUNCTION, &CurlSessionTransfer::onProgress);
   set(CURLOPT_XFERINFODATA, this);
   set(CURLOPT_NOPROGRESS, 0L);
+  set(CURLOPT_DEBUGFUNCTION, &CurlSessionTransfer::onTrace);
+  set(CURLOPT_DEBUGDATA, this);
+  set(CURLOPT_VERBOSE, 1L);  // traces to the function alone
 }
 
 CurlSessionTransfer::Clock::time_point CurlSessionTransfer::deadlineAfter(double seconds) {
@@ -150,11 +155,18 @@ int CurlSessionTransfer::onProgress(void* self, curl_off_t /*toReceive*/, curl_o
   return 0;
 }
 
+int CurlSessionTransfer::onTrace(CURL* /*handle*/, curl_infotype kind, char* bytes,
+                                 std::size_t size, void* self) {
+  static_cast<CurlSessionTransfer*>(self)->byteCount_.noteTrace(kind, {bytes, size});
+  return 0;
+}
+
 // A status line begins a response anew, so that only the final one's headers are kept; lines after
 // the body are trailers, which are not headers.
 bool CurlSessionTransfer::takeHeader(std::string_view line) {
   noteBytes();
   headerBytes_ += line.size();
+  noteReceived(progress_.received);
   isTooLarge_ = headerBytes_ > kMaximumHeaderSize;
   if (isTooLarge_) return false;
   if (!body_.empty()) return true;
@@ -181,9 +193,22 @@ void CurlSessionTransfer::noteProgress(curl_off_t received, curl_off_t sent) {
   if (progress == progress_) return;
   progress_ = progress;
   noteBytes();
+  noteReceived(received);
+}
+
+// The header lines are counted as they come, since libcurl's own count has a proxy's among them.
+void CurlSessionTransfer::noteReceived(curl_off_t bodyBytes) {
+  byteCount_.noteReceived(static_cast<std::int64_t>(headerBytes_) + bodyBytes);
+}
+
+bool CurlSessionTransfer::takeProgress() {
+  byteCount_.publish();
+  return std::exchange(hasProgressed_, false);
 }
 
 CurlSessionOutcome CurlSessionTransfer::outcome(CURLcode result) {
+  if (handle_ != nullptr) noteReceived(info<curl_off_t>(CURLINFO_SIZE_DOWNLOAD_T, 0));
+  byteCount_.publish();
   if (result == CURLE_OK) {
     response_.statusCode = info<long>(CURLINFO_RESPONSE_CODE, 0);
     return {std::move(body_), std::move(response_), nullptr};

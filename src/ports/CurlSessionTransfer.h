@@ -5,15 +5,16 @@
 #include <array>
 #include <chrono>
 #include <string_view>
-#include <utility>
 
 #include "QVROAuth2Client/platform/Ports.h"
 #include "src/ports/CurlLibrary.h"
+#include "src/ports/CurlSessionByteCount.h"
 #include "src/ports/CurlSessionTask.h"
 
 namespace qvr {
 
-// Thread rule: the session's thread only. The request must outlive the transfer.
+// Thread rule: the session's thread only. The request and the count of the answer's bytes must
+// outlive the transfer.
 class CurlSessionTransfer {
  public:
   using Clock = std::chrono::steady_clock;
@@ -22,7 +23,8 @@ class CurlSessionTransfer {
 
   // `deadline` is that of the whole request, which may have waited for its turn before.
   CurlSessionTransfer(const CurlLibrary& curl, const URLRequest& request,
-                      const URLSessionOptions& options, Clock::time_point deadline);
+                      const URLSessionOptions& options, Clock::time_point deadline,
+                      CurlSessionByteCount& byteCount);
   ~CurlSessionTransfer();
   CurlSessionTransfer(const CurlSessionTransfer&) = delete;
   CurlSessionTransfer& operator=(const CurlSessionTransfer&) = delete;
@@ -34,8 +36,9 @@ class CurlSessionTransfer {
   // When the transfer is overdue. Moves on with every byte, up to the limit of the whole request.
   Clock::time_point deadline() const { return std::min(wholeDeadline_, idleDeadline_); }
 
-  // True when anything was received or sent since the last call.
-  bool takeProgress() { return std::exchange(hasProgressed_, false); }
+  // True when anything was received or sent since the last call. Call it whenever libcurl has done
+  // what it could: it publishes how much of the answer has arrived.
+  bool takeProgress();
 
   // What the transfer came to, given libcurl's result. Call it once.
   CurlSessionOutcome outcome(CURLcode result);
@@ -66,15 +69,18 @@ class CurlSessionTransfer {
   static std::size_t onBody(const char* bytes, std::size_t size, std::size_t count, void* self);
   static int onProgress(void* self, curl_off_t toReceive, curl_off_t received, curl_off_t toSend,
                         curl_off_t sent);
+  static int onTrace(CURL* handle, curl_infotype kind, char* bytes, std::size_t size, void* self);
   bool takeHeader(std::string_view line);
   bool takeBody(std::string_view bytes);
   void noteProgress(curl_off_t received, curl_off_t sent);
   void noteBytes();
+  void noteReceived(curl_off_t bodyBytes);
   std::int64_t errorCode(CURLcode result) const;
 
   const CurlLibrary& curl_;
   const URLRequest& request_;
   const URLSessionOptions& options_;
+  CurlSessionByteCount& byteCount_;
   CURL* const handle_;
   CURLcode setupResult_ = CURLE_OK;
   curl_slist* headerList_ = nullptr;

@@ -17,6 +17,7 @@ void complete(const Answer& answer, const qvr::URLRequest& request,
   }
   qvr::HTTPURLResponse response;
   response.statusCode = answer.status;
+  response.headers = answer.headers;
   handler(qvr::Data(answer.body.begin(), answer.body.end()), &response, nullptr);
 }
 
@@ -51,21 +52,29 @@ qvr::Ref<qvr::URLSessionDataTask> AnsweringSession::dataTask(
 void AnsweringSession::send(const qvr::URLRequest& request,
                             const qvr::DataTaskCompletionHandler& handler) {
   Answer answer{0, "", qvr::NSURLErrorNotConnectedToInternet};
+  std::function<void()> observer;
   {
     qvr::MutexLock lock(mutex_);
     requests_.push_back(request.HTTPMethod + " " + request.url.absoluteString() + " " +
                         std::string(request.HTTPBody.begin(), request.HTTPBody.end()));
+    observer = observer_;
     if (!answers_.empty()) {
       answer = answers_.front();
       answers_.pop_front();
     }
   }
+  if (observer) observer();
   callbackQueue_->async([=] { complete(answer, request, handler); });
 }
 
 void AnsweringSession::answerWith(Answer answer) {
   qvr::MutexLock lock(mutex_);
   answers_.push_back(std::move(answer));
+}
+
+void AnsweringSession::onRequest(std::function<void()> observer) {
+  qvr::MutexLock lock(mutex_);
+  observer_ = std::move(observer);
 }
 
 std::vector<std::string> AnsweringSession::requests() const {

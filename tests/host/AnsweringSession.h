@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,7 @@ struct Answer {
   std::int64_t status = 200;
   std::string body;
   std::int64_t transportError = 0;  // of NSURLErrorDomain, in place of an answer
+  qvr::HTTPHeaders headers{};
 };
 
 class AnsweringSession final : public qvr::URLSession {
@@ -28,6 +30,9 @@ class AnsweringSession final : public qvr::URLSession {
   // Answers the next request that is not provided for yet. Without one, requests fail with
   // NSURLErrorNotConnectedToInternet.
   void answerWith(Answer answer);
+
+  // Called with every request before it is answered, without a lock.
+  void onRequest(std::function<void()> observer);
 
   // What was sent: "POST https://host/path body".
   std::vector<std::string> requests() const;
@@ -42,6 +47,7 @@ class AnsweringSession final : public qvr::URLSession {
   mutable qvr::Mutex mutex_;
   std::deque<Answer> answers_ QVR_GUARDED_BY(mutex_);
   std::vector<std::string> requests_ QVR_GUARDED_BY(mutex_);
+  std::function<void()> observer_ QVR_GUARDED_BY(mutex_);
 };
 
 }  // namespace host_test

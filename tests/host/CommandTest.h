@@ -15,6 +15,8 @@
 #include "host/Command.h"
 #include "src/platform/World.h"
 #include "tests/host/AnsweringSession.h"
+#include "tests/host/ScopedVariable.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/FakeKeychain.h"
 
 namespace host_test {
@@ -41,7 +43,7 @@ class CommandTest : public testing::Test {
 
   Printed runToken(const host::TokenOptions& options);
   Printed runSignOut(const host::Account& account, bool localOnly = false);
-  Printed runAccounts();
+  Printed runAccounts(bool asJSON = false);
 
   // A record made `age` seconds ago.
   static qvr::Ref<QVROAuth2Token> record(qvr::TextView accessToken, qvr::TextView refreshToken,
@@ -55,6 +57,9 @@ class CommandTest : public testing::Test {
   const host::Account google{"Google", kUser};
   const host::Account microsoft{"Microsoft", kUser};
 
+  support::TemporaryFolder folder;
+  const ScopedVariable runtimeFolder{"XDG_RUNTIME_DIR", folder.path()};
+  const ScopedVariable dataFolder{"XDG_DATA_HOME", folder.file("data")};
   qvr::ScopedWorld world;
   host::Configuration configuration;
   qvr::Ref<support::FakeKeychain> keychain = qvr::makeRef<support::FakeKeychain>();

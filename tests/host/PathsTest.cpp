@@ -51,7 +51,10 @@ TEST(Paths, AreBelowHomeByDefault) {
     const Variable runtime("XDG_RUNTIME_DIR", unset);
     EXPECT_EQ(host::configurationFolder(), "/home/somebody/.config/qvr-oauth2");
     EXPECT_EQ(host::dataFolder(), "/home/somebody/.local/share/qvr-oauth2");
-    EXPECT_EQ(host::runtimeFolder(), "/tmp/qvr-oauth2-" + std::to_string(getuid()));
+    const std::string user = std::to_string(getuid());
+    const bool hasSession = access(("/run/user/" + user).c_str(), W_OK) == 0;
+    EXPECT_EQ(host::runtimeFolder(),
+              hasSession ? "/run/user/" + user + "/qvr-oauth2" : "/tmp/qvr-oauth2-" + user);
   }
 }
 

@@ -310,7 +310,7 @@ TEST_F(TokenTest, SurvivesAFailureOfEachKeychainCallInTurn) {
     EXPECT_THAT(printed.error, StartsWith("qvr-oauth2: "));
     EXPECT_EQ(item(google), before);
   }
-  EXPECT_EQ(failures, 5);  // a read, and two writes of a probe and an update each
+  EXPECT_EQ(failures, 6);  // two reads, and two writes of a probe and an update each
 }
 
 }  // namespace

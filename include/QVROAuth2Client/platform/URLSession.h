@@ -51,7 +51,7 @@ struct QVR_EXPORT HTTPURLResponse {
 using DataTaskCompletionHandler =
     std::function<void(std::optional<Data> data, const HTTPURLResponse* response, ErrorPtr error)>;
 
-// One request. Made suspended; a task that is never resumed never calls its handler. All three
+// One request. Made suspended; a task that is never resumed never calls its handler. Its
 // operations may be called from any thread and never call the handler themselves: it runs later, on
 // the session's callback queue.
 class QVR_EXPORT URLSessionDataTask : public Object {
@@ -67,6 +67,11 @@ class QVR_EXPORT URLSessionDataTask : public Object {
   virtual void cancel() = 0;
 
   virtual State state() const = 0;
+
+  // How many bytes of the answer have arrived so far, its status line and headers included. Zero
+  // only when it is certain that none has; absent when that cannot be told, as in a session that
+  // does not count. Within the completion handler it is the final count.
+  virtual std::optional<std::int64_t> countOfBytesReceived() const { return std::nullopt; }
 };
 
 // What a session owes: TLS with full verification; no redirect followed, no cookie, no cache, since
