@@ -15,11 +15,12 @@
 namespace host {
 namespace {
 
-// Where the account's note lies; absent without a home folder. No part of a name holds a NUL.
+// Where the account's note lies; absent without a home folder. Only the user's name,
+// which is the last, could hold a line's end.
 std::optional<std::string> notePath(const std::string& bundleIdentifier, const Account& account) {
   const auto data = dataFolder();
   if (!data) return std::nullopt;
-  const std::string key = bundleIdentifier + '\0' + account.provider + '\0' + account.username;
+  const std::string key = bundleIdentifier + "\n" + account.provider + "\n" + account.username;
   return *data + "/subjects/" + hashedName(key);
 }
 
@@ -32,9 +33,9 @@ std::string noteOf(const std::string& subject) {
 void noteSubject(const std::string& bundleIdentifier, const Account& account,
                  const std::string& subject) {
   const auto path = notePath(bundleIdentifier, account);
-  if (!path) return step("Whose token it is cannot be noted: there is no home folder.");
+  if (!path) return step("whose token it is cannot be noted: there is no home folder");
   if (const auto failure = replaceFile(*path, noteOf(subject)))
-    step("Whose token it is cannot be noted. " + failure->sentence);
+    step("whose token it is cannot be noted: " + failure->sentence);
 }
 
 // A note of another length was damaged, and proves nothing.
@@ -45,7 +46,7 @@ bool isAnotherSubject(const std::string& bundleIdentifier, const Account& accoun
   const auto text = readSmallFile(*path);
   const auto* const note = std::get_if<std::optional<std::string>>(&text);
   if (note == nullptr)
-    step("Whose token it was cannot be read. " + std::get<Failure>(text).sentence);
+    step("whose token it was cannot be read: " + std::get<Failure>(text).sentence);
   if (note == nullptr || !*note) return false;
   const std::string expected = noteOf(subject);
   return (*note)->size() == expected.size() && **note != expected;
@@ -54,7 +55,7 @@ bool isAnotherSubject(const std::string& bundleIdentifier, const Account& accoun
 void forgetSubject(const std::string& bundleIdentifier, const Account& account) {
   const auto path = notePath(bundleIdentifier, account);
   if (path && unlink(path->c_str()) != 0 && errno != ENOENT)
-    step("The note " + *path + " of whose token it was cannot be removed.");
+    step("the note " + *path + " of whose token it was cannot be removed");
 }
 
 }  // namespace host

@@ -37,12 +37,11 @@ Failure noTimeout() {
   return usageFailure("The timeout must be more than 0 and at most 86400 seconds.");
 }
 
-// True for what a host name or an IPv6 address can be made of; anything else could end the field of
-// RFC 7628 that it stands in.
+// True for visible ASCII, of which a host name or an address is made: anything else could end the
+// field of RFC 7628 section 3.1 that it stands in.
 bool isHostName(const std::string& text) {
-  return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) {
-    return c > 0x20 && c != 0x7f;
-  }) && isUTF8(text);
+  return !text.empty() &&
+         std::all_of(text.begin(), text.end(), [](char c) { return c > 0x20 && c < 0x7f; });
 }
 
 std::optional<Failure> checkAccount(Account& account) {
@@ -73,7 +72,7 @@ std::optional<Failure> checkMailServer(const Arguments& arguments) {
   if (isNamed && arguments.token.format.kind != TokenFormat::Kind::kOAuthBearer)
     return usageFailure("--host and --port go with --format oauthbearer.", "token");
   if (arguments.mailHost && !isHostName(*arguments.mailHost))
-    return usageFailure("The host must be a name without spaces.", "token");
+    return usageFailure("The host must be a name of visible ASCII characters.", "token");
   if (arguments.mailPort && (*arguments.mailPort < 1 || *arguments.mailPort > 65535))
     return usageFailure("The port must be from 1 to 65535.", "token");
   return std::nullopt;

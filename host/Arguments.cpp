@@ -83,8 +83,9 @@ void addGlobal(CLI::App& application, Arguments& arguments) {
                          "The configuration file (default ~/.config/qvr-oauth2/config.toml)");
   application.add_option("--passphrase-fd", arguments.passphraseDescriptor,
                          "Read the passphrase of the encrypted files from this file descriptor");
-  application.add_option("--timeout", arguments.timeoutSeconds,
-                         "Seconds that the whole command may take (default: each wait has a limit)");
+  application.add_option(
+      "--timeout", arguments.timeoutSeconds,
+      "Seconds that the whole command may take (default: each wait has a limit)");
   application.add_flag("-v,--verbose", arguments.verbose,
                        "Show each step on standard error, secrets by their length alone");
   application.add_flag_callback(

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <cstdio>
 #include <exception>
 #include <optional>
 #include <string>
@@ -11,6 +12,7 @@
 #include "host/Arguments.h"
 #include "host/Console.h"
 #include "host/Deadline.h"
+#include "host/NarratedConfiguration.h"
 #include "host/Setup.h"
 #include "host/Steps.h"
 
@@ -49,6 +51,7 @@ std::variant<Configuration, Failure> loadConfiguration(const Arguments& argument
   if (auto* failure = std::get_if<Failure>(&path)) return *failure;
   auto result = readConfiguration(std::get<std::string>(path));
   if (auto* configuration = std::get_if<Configuration>(&result)) {
+    if (stepsAreShown()) step(narratedConfiguration(*configuration));
     for (const std::string& warning : configuration->warnings)
       say("warning: " + warning);
     configuration->keychain.passphraseDescriptor = arguments.passphraseDescriptor.value_or(-1);
@@ -114,12 +117,20 @@ int runDoctor(const Arguments& arguments) {
                  .passphraseDescriptor = arguments.passphraseDescriptor.value_or(-1)});
 }
 
+std::string describe(const std::string& command, const Arguments& arguments) {
+  if (!arguments.timeoutSeconds) return command;
+  char seconds[32];
+  std::snprintf(seconds, sizeof seconds, "%g", *arguments.timeoutSeconds);
+  return command + ", within " + seconds + " s";
+}
+
 int run(const std::string& command, Arguments& arguments) {
   if (auto failure = checkArguments(command, arguments)) return report(*failure);
   if (auto failure = checkPassphraseDescriptor(arguments.passphraseDescriptor))
     return report(*failure);
   showSteps(arguments.verbose);
   if (arguments.timeoutSeconds) setDeadline(*arguments.timeoutSeconds);
+  step(describe(command, arguments));
   if (command == "version") return version();
   if (command == "open-url") return openURL(arguments.url);
   if (command == "activate") return activate(arguments.busName);

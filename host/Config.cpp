@@ -11,11 +11,13 @@
 #include "host/ConfigText.h"
 #include "host/ConfigurationLock.h"
 #include "host/Console.h"
+#include "host/Deadline.h"
 #include "host/FileWriting.h"
 #include "host/KeychainChoice.h"
 #include "host/Keychains.h"
 #include "host/Passphrase.h"
 #include "host/Paths.h"
+#include "host/Steps.h"
 
 namespace host {
 namespace {
@@ -181,12 +183,14 @@ int askAndWrite(const std::string& path) {
   if (!mayReplace(path)) return report({kFailed, "Nothing was written."});
   Configuration configuration = startingPoint(path);
   askForAll(configuration);
+  step("waiting for the lock of " + path);
   const auto lock = lockToWrite(path);
   if (const auto* failure = std::get_if<Failure>(&lock)) return report(*failure);
   keepChoice(path, configuration);
   const std::string text = configurationText(configuration);
   auto checked = parseConfiguration(text, path);
   if (auto* failure = std::get_if<Failure>(&checked)) return report(*failure);
+  step("writing " + path + " (" + std::to_string(text.size()) + " bytes)");
   if (auto failure = replaceFile(path, text)) return report(*failure);
   show("\nWritten: " + path + "\n" + kNextStep);
   return kDone;
@@ -211,7 +215,8 @@ int config(const std::string& configurationPath) {
   try {
     return askAndWrite(configurationPath);
   } catch (const Abandoned&) {
-    return report({kFailed, "Nothing was written."});
+    if (secondsLeft(1) > 0) return report({kFailed, "Nothing was written."});
+    return report({kTryAgainLater, "Nobody answered in time: nothing was written."});
   }
 }
 

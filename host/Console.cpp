@@ -5,36 +5,29 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <climits>
 
 #include "QVROAuth2Client/platform/URL.h"
+#include "host/Colour.h"
+#include "host/Deadline.h"
 #include "host/Secrets.h"
 
 namespace host {
 namespace {
 
 constexpr std::size_t kLongestLine = 65'536;
-constexpr int kWriteDeadlineMilliseconds = 60'000;
+constexpr std::chrono::milliseconds kWriteDeadline(60'000);
+constexpr std::chrono::hours kLongestAnswer(24);  // who is asked may be away from the keyboard
 
-// Waits until a stream that somebody made non-blocking takes bytes again.
-bool waitUntilWritable(int descriptor) {
-  struct pollfd stream = {descriptor, POLLOUT, 0};
-  const int ready = poll(&stream, 1, kWriteDeadlineMilliseconds);
-  return ready > 0 || (ready < 0 && errno == EINTR);
-}
-
-bool writeAll(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = write(descriptor, text.data(), text.size());
-    if (written >= 0) {
-      text.remove_prefix(static_cast<std::size_t>(written));
-    } else if (errno == EAGAIN) {
-      if (!waitUntilWritable(descriptor)) return false;
-    } else if (errno != EINTR) {
-      return false;
-    }
+// Of the word with which a warning begins; 0 for a sentence that is none.
+std::size_t lengthOfWarning(std::string_view sentence) {
+  for (const std::string_view word : {"warning:", "Warning:"}) {
+    if (sentence.starts_with(word)) return word.size();
   }
-  return true;
+  return 0;
 }
 
 // Takes the number of a closed stream by a file that the stream's direction does not fit, so that
@@ -54,6 +47,26 @@ void prepareStandardStreams() {
     occupy(descriptor);
 }
 
+bool canWrite(int descriptor) {
+  return isReadyBefore(deadlineAfter(kWriteDeadline), descriptor, POLLOUT);
+}
+
+// A pipe that takes anything takes this much without a wait.
+bool writeAll(int descriptor, std::string_view text) {
+  const auto deadline = deadlineAfter(kWriteDeadline);
+  while (!text.empty()) {
+    if (!isReadyBefore(deadline, descriptor, POLLOUT)) return false;
+    const ssize_t written =
+        write(descriptor, text.data(), std::min<std::size_t>(text.size(), PIPE_BUF));
+    if (written >= 0) {
+      text.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno != EINTR && errno != EAGAIN) {
+      return false;
+    }
+  }
+  return true;
+}
+
 bool writeOut(std::string_view text) {
   return writeAll(STDOUT_FILENO, text);
 }
@@ -63,11 +76,15 @@ bool writeError(std::string_view text) {
 }
 
 void say(std::string_view sentence) {
-  writeError("qvr-oauth2: " + printable(sentence) + "\n");
+  const std::size_t warning = lengthOfWarning(sentence);
+  writeError(
+      "qvr-oauth2: " + coloured(Colour::kYellow, sentence.substr(0, warning), STDERR_FILENO) +
+      printable(sentence.substr(warning)) + "\n");
 }
 
 int report(const Failure& failure) {
-  say(failure.sentence);
+  writeError(coloured(Colour::kRed, "qvr-oauth2:", STDERR_FILENO) + " " +
+             printable(failure.sentence) + "\n");
   return failure.status;
 }
 
@@ -80,11 +97,13 @@ bool isTerminal(int descriptor) {
 }
 
 std::optional<std::string> readLine() {
+  const auto deadline = deadlineAfter(kLongestAnswer);
   std::string line;
   char byte = 0;
   while (line.size() < kLongestLine) {
+    if (!isReadyBefore(deadline, STDIN_FILENO, POLLIN)) return std::nullopt;
     const ssize_t count = read(STDIN_FILENO, &byte, 1);
-    if (count < 0 && errno == EINTR) continue;
+    if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
     if (count <= 0) return line.empty() ? std::nullopt : std::optional(line);
     if (byte == '\n') return line;
     line += byte;

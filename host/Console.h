@@ -17,12 +17,20 @@ namespace host {
 // number. Call it first thing in main().
 void prepareStandardStreams();
 
-// Writes all of the text. False when it cannot be written, which kills nobody. Secrets pass
-// writeOut() as they are; writeError() takes them out (see Secrets.h).
+// Writes all of the text. False when it cannot be written, which kills nobody, or not within a
+// minute or the command's own time (see Deadline.h), since nobody reads. Secrets pass writeOut() as
+// they are; writeError() takes them out (see Secrets.h).
 bool writeOut(std::string_view text);
 bool writeError(std::string_view text);
 
-// Writes "qvr-oauth2: sentence" and a newline to standard error.
+// The same for any descriptor, secrets as they are.
+bool writeAll(int descriptor, std::string_view text);
+
+// Waits as long as a write would, for whoever writes by other means. False when nobody reads.
+bool canWrite(int descriptor);
+
+// Writes "qvr-oauth2: sentence" and a newline to standard error. On a terminal the "warning:" with
+// which a sentence begins, and the name before a failure, are coloured.
 void say(std::string_view sentence);
 
 // Says the failure's sentence, and returns its exit status.
@@ -33,8 +41,9 @@ Failure cannotWriteOutput();
 
 bool isTerminal(int descriptor);
 
-// The next line of standard input, without its newline; absent at the end of input. Reads a byte at
-// a time, so that nothing behind the line is consumed.
+// The next line of standard input, without its newline; absent at the end of input and when the
+// command's time is over first. Reads a byte at a time, so that nothing behind the line is
+// consumed.
 std::optional<std::string> readLine();
 
 // The text with every control character (C0, delete, and C1 in UTF-8) replaced by "?", so that what

@@ -18,4 +18,11 @@ void clearDeadline();  // for tests
 double secondsLeft(double limit);
 std::chrono::milliseconds timeLeft(std::chrono::milliseconds limit);
 
+// When such a wait, begun now, is over.
+std::chrono::steady_clock::time_point deadlineAfter(std::chrono::milliseconds limit);
+
+// Waits until the descriptor is ready for the event of poll(), or has failed, which using it tells.
+// False at the deadline; one look is taken however late it is.
+bool isReadyBefore(std::chrono::steady_clock::time_point deadline, int descriptor, short event);
+
 }  // namespace host

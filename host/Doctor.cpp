@@ -1,19 +1,28 @@
 // qvr-oauth2 doctor: everything that signing in needs, looked at before somebody needs it.
+#include <unistd.h>
+
 #include <algorithm>
+#include <cmath>
 #include <string>
 #include <utility>
 #include <variant>
 
 #include "QVROAuth2Client/platform/Ports.h"
+#include "host/Colour.h"
 #include "host/Command.h"
 #include "host/Console.h"
+#include "host/Deadline.h"
 #include "host/DoctorChecks.h"
 #include "host/DoctorEndpoints.h"
 #include "host/DoctorPrinting.h"
 #include "host/Keychains.h"
+#include "host/NarratedConfiguration.h"
+#include "host/NarratedKeychain.h"
+#include "host/NarratedSession.h"
 #include "host/Paths.h"
 #include "host/Secrets.h"
 #include "host/Setup.h"
+#include "host/Steps.h"
 
 namespace host {
 namespace {
@@ -23,6 +32,24 @@ constexpr double kBusTimeoutSeconds = 2;
 // For the user to answer a keyring that asks.
 constexpr double kPromptTimeoutSeconds = 20;
 
+Colour colourOf(Check::State state) {
+  switch (state) {
+    case Check::State::kOk:
+      return Colour::kGreen;
+    case Check::State::kWarning:
+      return Colour::kYellow;
+    case Check::State::kProblem:
+      break;
+  }
+  return Colour::kRed;
+}
+
+// The text of a check begins with the word for its state.
+std::string withColouredState(const Check& check, const std::string& text) {
+  const std::size_t end = std::min(text.find(' '), text.size());
+  return coloured(colourOf(check.state), text.substr(0, end), STDOUT_FILENO) + text.substr(end);
+}
+
 // What has been found. As text it is written at once: the keychain may keep everybody waiting.
 class Findings {
  public:
@@ -30,7 +57,7 @@ class Findings {
 
   void add(Check check) {
     checks_.push_back(std::move(check));
-    if (!asJSON_) write(textOf({checks_.back()}));
+    if (!asJSON_) write(withColouredState(checks_.back(), textOf({checks_.back()})));
   }
   void add(const Checks& checks) {
     for (const Check& check : checks)
@@ -54,31 +81,33 @@ class Findings {
 
 KeychainSources keychainSources() {
   qvr::SecretServiceOptions options;
-  options.callTimeoutSeconds = kBusTimeoutSeconds;
+  options.callTimeoutSeconds = secondsLeft(kBusTimeoutSeconds);
   options.mayPrompt = false;  // to be unlocked; some ask before they store or remove an item
-  options.promptTimeoutSeconds = kPromptTimeoutSeconds;
-  options.promptIsShown = [] {
+  options.promptTimeoutSeconds = secondsLeft(kPromptTimeoutSeconds);
+  options.promptIsShown = [seconds = std::lround(options.promptTimeoutSeconds)] {
     say("The desktop's keyring asks a question: allow the item that doctor stores as a trial, and "
         "its removal. Waiting up to " +
-        std::to_string(static_cast<int>(kPromptTimeoutSeconds)) + " s for that.");
+        std::to_string(seconds) + " s for that.");
   };
   return {.examineSecretService = [options] { return qvr::examineSecretService(options); },
-          .makeSecretService = [options] { return qvr::makeSecretServiceKeychain(options); },
+          .makeSecretService =
+              [options] { return narratedIfShown(qvr::makeSecretServiceKeychain(options)); },
           .makeFiles = [](const auto& keychain) { return makeKeychain(kEncryptedFile, keychain); }};
 }
 
 // A name of its own: that of a sign-in which waits is not touched.
 qvr::URLReceiverOptions busOptions() {
-  return {
-      .busName = "org.qvroauth2.doctor", .busAddress = "", .timeoutSeconds = kBusTimeoutSeconds};
+  return {.busName = "org.qvroauth2.doctor",
+          .busAddress = "",
+          .timeoutSeconds = secondsLeft(kBusTimeoutSeconds)};
 }
 
 qvr::Ref<qvr::URLSession> makeEndpointSession(const Configuration& configuration) {
   qvr::URLSessionOptions options;
   options.idleTimeoutSeconds = kEndpointTimeoutSeconds;
-  options.requestTimeoutSeconds = kEndpointTimeoutSeconds;
+  options.requestTimeoutSeconds = secondsLeft(kEndpointTimeoutSeconds);
   options.certificateAuthorityFile = configuration.endpoints.certificateAuthorityFile;
-  return qvr::makeURLSession(options);
+  return narratedIfShown(qvr::makeURLSession(options));
 }
 
 // The servers take their time while everything else is looked at.
@@ -102,6 +131,7 @@ Checks checkServers(const Configuration& configuration, const EndpointRequests& 
 
 void checkWith(const Configuration& configuration, Findings& findings) {
   keepSecret(configuration.google.clientSecret);
+  step(narratedConfiguration(configuration));
   const EndpointRequests requests = startRequests(configuration);
   const DesktopSession desktop = currentDesktopSession();
   findings.add(checkRegistrations(configuration));

@@ -1,13 +1,12 @@
 #include "host/DoctorEndpoints.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <chrono>
 #include <iterator>
 
 #include "QVROAuth2Client/QVROAuth2Provider.h"
 #include "host/HTTPDate.h"
+#include "host/HeaderField.h"
 
 namespace host {
 namespace {
@@ -87,11 +86,7 @@ Check checkEndpoint(const EndpointAnswer& answer) {
 }
 
 std::optional<qvr::Date> dateOf(const qvr::HTTPURLResponse& response) {
-  const auto header =
-      std::find_if(response.headers.begin(), response.headers.end(),
-                   [](const auto& each) { return strcasecmp(each.first.c_str(), "date") == 0; });
-  if (header == response.headers.end()) return std::nullopt;
-  return dateFromHTTP(header->second);
+  return dateFromHTTP(headerField(response, "Date").value_or(""));
 }
 
 qvr::Ref<qvr::URLSessionDataTask> send(const std::string& host, qvr::URLSession& session,

@@ -1,10 +1,12 @@
 #include "host/DoctorPrinting.h"
 
 #include <algorithm>
+#include <iterator>
 #include <string_view>
+#include <vector>
 
-#include "host/Console.h"
-#include "host/Secrets.h"
+#include "host/JSONWriting.h"
+#include "host/ShownText.h"
 
 namespace host {
 namespace {
@@ -23,31 +25,16 @@ std::string_view nameOf(Check::State state) {
   return "problem";
 }
 
-// A path may be of any bytes.
-std::string asUTF8(std::string text) {
-  if (isUTF8(text)) return text;
-  std::replace_if(
-      text.begin(), text.end(), [](unsigned char c) { return c >= 0x80; }, '?');
-  return text;
-}
-
-std::string shown(std::string_view text) {
-  return asUTF8(printable(withoutSecrets(text)));
-}
-
-// A JSON string (RFC 8259 section 7) of text without control characters.
+// A JSON string without secrets.
 std::string quoted(std::string_view text) {
-  std::string result = "\"";
-  for (const char c : shown(text)) {
-    if (c == '"' || c == '\\') result += '\\';
-    result += c;
-  }
-  return result + "\"";
+  return jsonString(shown(text));
 }
 
 std::string objectOf(const Check& check) {
-  return "{\"name\":" + quoted(check.name) + ",\"state\":" + quoted(nameOf(check.state)) +
-         ",\"message\":" + quoted(check.sentence) + ",\"remedy\":" + quoted(check.remedy) + "}";
+  return jsonObject({{"name", quoted(check.name)},
+                     {"state", quoted(nameOf(check.state))},
+                     {"message", quoted(check.sentence)},
+                     {"remedy", quoted(check.remedy)}});
 }
 
 }  // namespace
@@ -64,11 +51,11 @@ std::string textOf(const Checks& checks) {
 }
 
 std::string jsonOf(const Checks& checks) {
-  std::string objects;
-  for (const Check& check : checks)
-    objects += (objects.empty() ? "" : ",") + objectOf(check);
-  return "{\"checks\":[" + objects + "],\"problems\":" +
-         std::to_string(std::count_if(checks.begin(), checks.end(), isProblem)) + "}\n";
+  std::vector<std::string> objects;
+  std::transform(checks.begin(), checks.end(), std::back_inserter(objects), objectOf);
+  const auto problems = std::count_if(checks.begin(), checks.end(), isProblem);
+  return jsonObject({{"checks", jsonArray(objects)}, {"problems", std::to_string(problems)}}) +
+         "\n";
 }
 
 }  // namespace host

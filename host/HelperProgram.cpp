@@ -9,8 +9,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 
+#include "host/Deadline.h"
 #include "host/Descriptor.h"
+#include "host/Steps.h"
 
 extern char** environ;
 
@@ -39,10 +42,13 @@ pid_t start(const std::vector<std::string>& arguments) {
 
 bool runHelperProgram(const std::vector<std::string>& arguments, double seconds) {
   const pid_t child = start(arguments);
+  step("running " + arguments.front() + (child < 0 ? ", which is not there" : ""));
   if (child < 0) return false;
   const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
-  pollfd end{process.number(), POLLIN, 0};
-  if (!process || poll(&end, 1, static_cast<int>(seconds * 1000)) <= 0) kill(child, SIGKILL);
+  const auto limit =
+      std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
+  if (!process || !isReadyBefore(deadlineAfter(limit), process.number(), POLLIN))
+    kill(child, SIGKILL);
   int status = 0;
   while (waitpid(child, &status, 0) < 0) {
     if (errno != EINTR) return false;

@@ -78,7 +78,9 @@ std::optional<std::string> subjectInIDToken(std::string_view token) {
   if (!payload) return std::nullopt;
   const auto members = textMembers(*payload, {"iss", "sub"});
   if (members[0].empty() || members[1].empty()) return std::nullopt;
-  return std::to_string(members[0].size()) + " " + members[0] + " " + members[1];
+  std::string subject = std::to_string(members[0].size()) + " " + members[0] + " " + members[1];
+  if (subject.find('\0') != std::string::npos) return std::nullopt;  // it would end what is hashed
+  return subject;
 }
 
 std::optional<std::string> warningAboutAccount(const std::vector<std::string>& names,

@@ -23,8 +23,9 @@ std::optional<std::string> idTokenInAnswer(const qvr::Data& body);
 std::vector<std::string> accountNamesInIDToken(std::string_view token);
 
 // Who an ID token is about: its "iss" and "sub" together, which no two accounts share and no
-// account changes (OpenID Connect Core section 2). Absent when either is missing, empty or no text,
-// and for a token that is malformed or encrypted. The signature is not looked at here either.
+// account changes (OpenID Connect Core section 2). Absent when either is missing, empty, no text,
+// or holds a NUL, and for a token that is malformed or encrypted. The signature is not looked at
+// here either.
 std::optional<std::string> subjectInIDToken(std::string_view token);
 
 // What to tell a user who asked for one account and signed in to another: the names are there, and

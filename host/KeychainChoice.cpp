@@ -11,6 +11,7 @@
 
 #include "host/ConfigurationEdit.h"
 #include "host/Console.h"
+#include "host/Steps.h"
 
 namespace host {
 namespace {
@@ -35,9 +36,11 @@ std::optional<Failure> readKind(Configuration& configuration) {
 
 LockOrFailure lockAndRead(Configuration& configuration, ConfigurationLock::Kind kind) {
   const bool isShared = kind == ConfigurationLock::Kind::kShared;
+  step("waiting for the lock of " + configuration.path + (isShared ? ", to share it" : ""));
   auto lock = ConfigurationLock::acquire(configuration.path, kind,
                                          isShared ? kShareDeadline : kExclusiveDeadline);
   if (std::holds_alternative<Failure>(lock)) return lock;
+  step("the lock of the configuration was taken");
   if (auto failure = readKind(configuration)) return *failure;
   return lock;
 }
@@ -73,6 +76,7 @@ std::optional<Failure> choose(Configuration& configuration, const SecretServiceE
   }
   if (auto failure = readKind(configuration)) return failure;
   if (!configuration.keychain.kind.empty()) return std::nullopt;
+  step("no keychain has been chosen yet");
   const std::string kind(keychainToChoose(configuration.keychain, examine));
   std::optional<Failure> unwritten = writeKeychainKind(configuration.path, kind);
   if (unwritten && kind == kSecretService) return cannotRemember(configuration, *unwritten);

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "host/Configuration.h"
+#include "host/Deadline.h"
 #include "host/Keychains.h"
 #include "host/Messages.h"
 #include "host/Record.h"
@@ -40,6 +41,12 @@ std::string accountText(const KeychainItemName& name) {
   return account.username + " at " + account.provider;
 }
 
+// Between two items, which is where one can stop.
+std::optional<Failure> noTimeLeft() {
+  if (secondsLeft(1) > 0) return std::nullopt;
+  return Failure{kTryAgainLater, "The time that --timeout gives is over: give more."};
+}
+
 }  // namespace
 
 std::optional<std::string_view> keychainNamed(std::string_view name) {
@@ -63,6 +70,7 @@ std::optional<Failure> KeychainMove::check() {
     return failed(source_, {}, status);
   for (const KeychainItemName& name : names) {
     if (providerOfService(name.service).empty()) continue;
+    if (auto failure = noTimeLeft()) return failure;
     if (auto failure = checkItem(name)) return failure;
   }
   if (!conflicts_.empty()) return conflict();
@@ -97,6 +105,7 @@ std::optional<Failure> KeychainMove::checkItem(const KeychainItemName& name) {
 std::optional<Failure> KeychainMove::copy() const {
   for (const Item& item : items_) {
     if (item.action == Action::kNothing) continue;
+    if (auto failure = noTimeLeft()) return failure;
     if (auto failure = copyItem(item)) return failure;
   }
   return std::nullopt;
@@ -129,6 +138,7 @@ std::optional<Failure> KeychainMove::expectInTarget(const Item& item,
 
 std::optional<Failure> KeychainMove::removeOld() const {
   for (const Item& item : items_) {
+    if (auto failure = noTimeLeft()) return failure;
     if (auto failure = removeItem(item)) return failure;
   }
   return std::nullopt;

@@ -8,6 +8,7 @@
 #include "QVROAuth2Client/platform/KeychainItems.h"
 #include "QVROAuth2Client/platform/URLSession.h"
 #include "host/RetryAfter.h"
+#include "host/Secrets.h"
 #include "host/Setup.h"
 
 namespace host {
@@ -119,7 +120,9 @@ const char* findHint(const Hint (&hints)[N], std::int64_t code) {
 }
 
 // What a provider said, on one line, cut, and without the full stop that our sentence brings.
-string quotation(string text) {
+// Secrets go first: of one that is cut, a part would be left that is not known any more.
+string quotation(const string& said) {
+  string text = withoutSecrets(said);
   std::replace_if(
       text.begin(), text.end(), [](unsigned char c) { return c < 0x20; }, ' ');
   if (text.size() > kLongestQuotation) {
@@ -192,9 +195,9 @@ string transportSentence(const qvr::Error& error, const Account& account) {
          (hint != nullptr ? hint : "failed (" + withCode(error) + ").");
 }
 
-string httpSentence(const qvr::Error& error, const Account& account, QVROAuth2Advice advice) {
-  return account.provider + " answered with HTTP status " + std::to_string(error.code()) + " (" +
-         qvr::HTTPURLResponse::localizedStringForStatusCode(error.code()) + "): " +
+string httpSentence(std::int64_t statusCode, const Account& account, QVROAuth2Advice advice) {
+  return account.provider + " answered with HTTP status " + std::to_string(statusCode) + " (" +
+         qvr::HTTPURLResponse::localizedStringForStatusCode(statusCode) + "): " +
          (advice == QVROAuth2Advice::kTryAgainLater
               ? "try again later."
               : "check the [endpoints] section of the configuration.");
@@ -216,7 +219,8 @@ string cocoaSentence(const qvr::Error& error, const Account& account) {
 
 string sentenceFor(const qvr::Error& error, const Account& account, QVROAuth2Advice advice) {
   if (error.domain() == QVROAuth2ErrorDomain) return protocolSentence(error, account, advice);
-  if (error.domain() == QVROAuth2HTTPErrorDomain) return httpSentence(error, account, advice);
+  if (error.domain() == QVROAuth2HTTPErrorDomain)
+    return httpSentence(error.code(), account, advice);
   if (error.domain() == qvr::NSURLErrorDomain) return transportSentence(error, account);
   if (error.domain() == qvr::NSOSStatusErrorDomain) {
     return keychainSentence(error, keychainKind(), account);
@@ -225,12 +229,23 @@ string sentenceFor(const qvr::Error& error, const Account& account, QVROAuth2Adv
   return "The command failed (" + withCode(error) + ").";
 }
 
+// Says when to try again, where the sentence ends with "try again later." or says nothing.
+void addTime(Failure& failure, const ObservedAnswer& answer) {
+  constexpr std::string_view kEnding = "ry again later.";
+  if (!answer.retryAfterSeconds) return;
+  const string time = tryAgainSentence(answer.retryAfterSeconds);
+  string& sentence = failure.sentence;
+  if (sentence.ends_with(kEnding)) {
+    sentence.replace(sentence.size() - kEnding.size(), kEnding.size(), time.substr(1));
+  } else {
+    sentence += " " + time;
+  }
+}
+
 }  // namespace
 
-namespace {
-
-int exitStatusFor(QVROAuth2Advice advice) {
-  switch (advice) {
+int exitStatusForError(const qvr::ErrorPtr& error) {
+  switch (QVROAuth2AdviceForError(error)) {
     case QVROAuth2Advice::kTryAgainLater:
       return kTryAgainLater;
     case QVROAuth2Advice::kSignInAgain:
@@ -243,38 +258,25 @@ int exitStatusFor(QVROAuth2Advice advice) {
   return kFailed;
 }
 
-Failure failureFor(const qvr::ErrorPtr& error, const Account& account, QVROAuth2Advice advice) {
-  if (!error) return {kFailed, "The command failed for an unknown reason."};
-  return {exitStatusFor(advice), sentenceFor(*error, account, advice)};
-}
-
-// Says when to try again, where the sentence ends with "try again later." or says nothing.
-string withTime(const string& sentence, double seconds) {
-  constexpr std::string_view kEnding = "ry again later.";
-  const string time = tryAgainSentence(seconds);
-  if (!sentence.ends_with(kEnding)) return sentence + " " + time;
-  return sentence.substr(0, sentence.size() - kEnding.size()) + time.substr(1);
-}
-
-}  // namespace
-
-int exitStatusForError(const qvr::ErrorPtr& error) {
-  return exitStatusFor(QVROAuth2AdviceForError(error));
-}
-
 Failure failureForError(const qvr::ErrorPtr& error, const Account& account) {
-  return failureFor(error, account, QVROAuth2AdviceForError(error));
+  if (!error) return {kFailed, "The command failed for an unknown reason."};
+  return {exitStatusForError(error), sentenceFor(*error, account, QVROAuth2AdviceForError(error))};
 }
 
+// An answer of such a status that holds no protocol error is told by the status, whatever could not
+// be read of it.
 Failure failureForAnswer(const qvr::ErrorPtr& error, const Account& account,
                          const ObservedAnswer& answer) {
-  const bool isTransient = isTransientStatus(answer.statusCode);
-  Failure failure =
-      failureFor(error, account,
-                 isTransient ? QVROAuth2Advice::kTryAgainLater : QVROAuth2AdviceForError(error));
-  if (answer.retryAfterSeconds && failure.status == kTryAgainLater) {
-    failure.sentence = withTime(failure.sentence, *answer.retryAfterSeconds);
+  if (!isTransientStatus(answer.statusCode)) {
+    Failure failure = failureForError(error, account);
+    if (failure.status == kTryAgainLater) addTime(failure, answer);
+    return failure;
   }
+  constexpr auto kAdvice = QVROAuth2Advice::kTryAgainLater;
+  Failure failure = {kTryAgainLater, error && error->domain() == QVROAuth2ErrorDomain
+                                         ? protocolSentence(*error, account, kAdvice)
+                                         : httpSentence(answer.statusCode, account, kAdvice)};
+  addTime(failure, answer);
   return failure;
 }
 

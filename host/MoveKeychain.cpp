@@ -14,6 +14,7 @@
 #include "host/Keychains.h"
 #include "host/Record.h"
 #include "host/Setup.h"
+#include "host/Steps.h"
 
 namespace host {
 namespace {
@@ -55,7 +56,7 @@ std::string_view otherThan(std::string_view kind) {
 
 // Why a move from or to the keyring cannot begin. What is locked is asked about later.
 std::optional<Failure> keyringProblem(const Configuration& configuration, std::string_view target) {
-  const State state = qvr::examineSecretService();
+  const State state = examineKeyring();
   if (state.kind != State::Kind::kAbsent) return std::nullopt;
   if (target == kSecretService)
     return Failure{kTryAgainLater, "There is no desktop keyring to move the tokens to. " +
@@ -71,7 +72,7 @@ std::optional<Failure> keyringProblem(const Configuration& configuration, std::s
 // Whether an interrupted move may have left something in the keychain that is not in use.
 bool mayHaveLeftovers(const Configuration& configuration, std::string_view kind) {
   if (kind == kEncryptedFile) return isFileKeychainInUse(configuration.keychain);
-  return qvr::examineSecretService().kind == State::Kind::kReady;
+  return examineKeyring().kind == State::Kind::kReady;
 }
 
 int finish(const std::string& sentence) {
@@ -85,6 +86,7 @@ std::string amount(std::size_t count) {
 std::optional<Failure> moveItems(const Configuration& configuration, KeychainMove& move,
                                  std::string_view target) {
   std::optional<Failure> failure = move.check();
+  if (!failure) step("moving " + amount(move.count()));
   if (!failure) failure = move.copy();
   if (!failure && configuration.keychain.kind != target)
     failure = writeKeychainKind(configuration.path, target);
@@ -92,6 +94,7 @@ std::optional<Failure> moveItems(const Configuration& configuration, KeychainMov
     failure->sentence = "The tokens were not moved. " + failure->sentence;
     return failure;
   }
+  step("the other keychain is in use now; removing what was moved from the old one");
   for (const std::string& account : move.replaced())
     say("An older token of " + account + " was replaced.");
   failure = move.removeOld();
@@ -134,9 +137,8 @@ int moveTo(const Configuration& configuration, std::string_view target) {
 int moveKeychain(const Configuration& given, const std::string& keychain) {
   const std::string_view target = keychainNamed(keychain).value();
   Configuration configuration = given;
-  const auto lock = settleKeychain(
-      configuration, [] { return qvr::examineSecretService(); },
-      ConfigurationLock::Kind::kExclusive);
+  const auto lock =
+      settleKeychain(configuration, examineKeyring, ConfigurationLock::Kind::kExclusive);
   if (const auto* failure = std::get_if<Failure>(&lock)) return report(*failure);
   const bool isInUse = configuration.keychain.kind == target;
   if (isInUse && !mayHaveLeftovers(configuration, otherThan(target)))

@@ -1,8 +1,27 @@
 #include "host/ObservedSession.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <string>
+#include <string_view>
 #include <utility>
 
+#include "host/Secrets.h"
+
 namespace host {
+namespace {
+
+// The library makes the verifier itself and shows it to nobody but the server, which may echo it in
+// an error's text. It needs no decoding: its characters are unreserved (RFC 7636 section 4.1).
+void keepVerifierSecret(const qvr::Data& form) {
+  constexpr std::string_view kField = "code_verifier=";
+  const auto start = std::search(form.begin(), form.end(), kField.begin(), kField.end());
+  if (start == form.end()) return;
+  const auto value = start + static_cast<std::ptrdiff_t>(kField.size());
+  keepSecret(std::string(value, std::find(value, form.end(), '&')));
+}
+
+}  // namespace
 
 ObservedSession::ObservedSession(qvr::Ref<qvr::URLSession> session)
     : session_(std::move(session)) {}
@@ -24,6 +43,7 @@ void ObservedSession::observe(const qvr::Data& body, const qvr::HTTPURLResponse&
 
 qvr::Ref<qvr::URLSessionDataTask> ObservedSession::dataTask(
     qvr::URLRequest request, qvr::DataTaskCompletionHandler completionHandler) {
+  keepVerifierSecret(request.HTTPBody);
   return session_->dataTask(
       std::move(request),
       [self = qvr::Ref<ObservedSession>::retain(this), handler = std::move(completionHandler)](

@@ -12,8 +12,11 @@
 #include <chrono>
 #include <cstring>
 
+#include "host/Console.h"
+#include "host/Deadline.h"
 #include "host/Descriptor.h"
 #include "host/Signals.h"
+#include "host/Steps.h"
 #include "host/WithoutEcho.h"
 
 extern char** environ;
@@ -21,27 +24,32 @@ extern char** environ;
 namespace host {
 namespace {
 
-constexpr int kDeadlineSeconds = 120;
+constexpr std::chrono::seconds kAnswerDeadline(120);
 constexpr std::size_t kLongestPassphrase = 4096;
 
 using Clock = std::chrono::steady_clock;
 
-// Waits until a descriptor is readable. False at the deadline, and when `interruption` (which may
-// be -1) is readable.
+Clock::time_point deadlineOfAnswer() {
+  return deadlineAfter(kAnswerDeadline);
+}
+
+// Waits until a descriptor is readable. False at the deadline, with errno ETIMEDOUT, and when
+// `interruption` (which may be -1) is readable, with EINTR.
 bool waitUntilReadable(int descriptor, int interruption, Clock::time_point deadline) {
   struct pollfd waits[] = {{descriptor, POLLIN, 0}, {interruption, POLLIN, 0}};
   for (;;) {
     const auto left =
         std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-    if (left.count() <= 0) return false;
-    const int ready = poll(waits, 2, static_cast<int>(left.count()) + 1);
+    const int ready = left.count() <= 0 ? 0 : poll(waits, 2, static_cast<int>(left.count()) + 1);
     if (ready < 0 && errno != EINTR) return false;
-    if (ready > 0) return waits[1].revents == 0;
+    if (ready == 0) errno = ETIMEDOUT;
+    if (ready > 0 && waits[1].revents != 0) errno = EINTR;
+    if (ready >= 0) return ready > 0 && waits[1].revents == 0;
   }
 }
 
-// Reads up to the end of the input, or of the first line when `oneLine`. False at the deadline, on
-// an interruption, and for input that is too long.
+// Reads up to the end of the input, or of the first line when `oneLine`. False, with errno set, at
+// the deadline, on an interruption, and for input that is too long.
 bool readUntilEnd(int descriptor, int interruption, Clock::time_point deadline, bool oneLine,
                   std::string* text) {
   while (text->size() < kLongestPassphrase) {
@@ -53,6 +61,7 @@ bool readUntilEnd(int descriptor, int interruption, Clock::time_point deadline, 
     if (count > 0) text->append(buffer, static_cast<std::size_t>(count));
     if (oneLine && text->find('\n') != std::string::npos) return true;
   }
+  errno = EMSGSIZE;
   return false;
 }
 
@@ -60,10 +69,7 @@ bool readUntilEnd(int descriptor, int interruption, Clock::time_point deadline, 
 // set, when it cannot be read.
 bool readFirstLine(int descriptor, Clock::time_point deadline, std::string* line) {
   while (line->size() < kLongestPassphrase) {
-    if (!waitUntilReadable(descriptor, -1, deadline)) {
-      errno = ETIMEDOUT;
-      return false;
-    }
+    if (!waitUntilReadable(descriptor, -1, deadline)) return false;
     char byte = 0;
     const ssize_t count = read(descriptor, &byte, 1);
     if (count < 0 && errno != EINTR && errno != EAGAIN) return false;
@@ -72,12 +78,6 @@ bool readFirstLine(int descriptor, Clock::time_point deadline, std::string* line
   }
   errno = EMSGSIZE;
   return false;
-}
-
-void writePrompt(int terminal, std::string_view text) {
-  // A terminal that cannot show the prompt cannot be typed at either; the read tells.
-  const ssize_t written = write(terminal, text.data(), text.size());
-  (void)written;
 }
 
 std::string firstLine(const std::string& text) {
@@ -125,6 +125,8 @@ std::variant<std::string, Failure> commandOutput(const std::string& command) {
   const Failure failure = {
       kFailed,
       "The keychain's passphrase_command printed no passphrase: run it by hand to see why."};
+  const Failure late = {kTryAgainLater, "The keychain's passphrase_command did not end in time."};
+  step("running the keychain's passphrase_command");
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return failure;
   const Descriptor output(ends[0]);
@@ -132,10 +134,11 @@ std::variant<std::string, Failure> commandOutput(const std::string& command) {
   const pid_t child = startShell(command, input.number());
   input.close();
   if (child < 0) return failure;
-  const auto deadline = Clock::now() + std::chrono::seconds(kDeadlineSeconds);
+  const auto deadline = deadlineOfAnswer();
   std::string text;
   const bool complete = readUntilEnd(output.number(), -1, deadline, false, &text);
-  if (!endsWell(child, complete ? deadline : Clock::now())) return failure;
+  if (!endsWell(child, complete ? deadline : Clock::now()))
+    return Clock::now() >= deadline ? late : failure;
   const std::string line = firstLine(text);
   if (!complete || line.empty()) return failure;
   return line;
@@ -164,29 +167,33 @@ std::variant<std::string, Failure> askHidden(std::string_view prompt) {
   if (isAnotherJobsTerminal(terminal.number())) {
     return Failure{kFailed, "The terminal belongs to another job, so nothing can be asked on it."};
   }
-  const Failure nothing = {kFailed, "Nothing was typed."};
   std::string text;
   const WithoutEcho silence(terminal.number());
   if (!silence.isOff()) return Failure{kFailed, "The terminal's echo cannot be turned off."};
   const SignalWatch interruption;
-  writePrompt(terminal.number(), prompt);
-  const auto deadline = Clock::now() + std::chrono::seconds(kDeadlineSeconds);
+  // A terminal that cannot show the prompt cannot be typed at either; the read tells.
+  writeAll(terminal.number(), prompt);
+  const auto deadline = deadlineOfAnswer();
   const bool complete =
       readUntilEnd(terminal.number(), interruption.fileDescriptor(), deadline, true, &text);
-  writePrompt(terminal.number(), "\n");
-  if (!complete) return nothing;
+  const bool isLate = !complete && errno == ETIMEDOUT;
+  writeAll(terminal.number(), "\n");
+  if (isLate) return Failure{kTryAgainLater, "Nobody typed anything in time."};
+  if (!complete) return Failure{kFailed, "Nothing was typed."};
   return firstLine(text);
 }
 
 std::variant<std::string, Failure> readPassphrase(int descriptor) {
-  const auto failure = [descriptor](const std::string& what) {
-    return Failure{kFailed, "The passphrase " + what + " file descriptor " +
-                                std::to_string(descriptor) + ": check --passphrase-fd."};
+  const auto failure = [descriptor](const std::string& what, int status = kFailed) {
+    return Failure{status, "The passphrase " + what + " file descriptor " +
+                               std::to_string(descriptor) + ": check --passphrase-fd."};
   };
-  const auto deadline = Clock::now() + std::chrono::seconds(kDeadlineSeconds);
+  step("reading the passphrase from file descriptor " + std::to_string(descriptor));
   std::string line;
-  if (!readFirstLine(descriptor, deadline, &line))
+  if (!readFirstLine(descriptor, deadlineOfAnswer(), &line)) {
+    if (errno == ETIMEDOUT) return failure("did not come in time from", kTryAgainLater);
     return failure(std::string("cannot be read (") + std::strerror(errno) + ") from");
+  }
   if (line.empty()) return failure("must not be empty: there is an empty line, or none, on");
   return line;
 }

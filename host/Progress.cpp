@@ -1,5 +1,6 @@
 #include "host/Progress.h"
 
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -7,7 +8,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "host/Console.h"
+#include "host/Colour.h"
 
 namespace host {
 
@@ -38,7 +39,7 @@ std::string drawnOver(std::size_t shown, std::string_view text, std::size_t colu
 }
 
 ProgressLine::ProgressLine(int descriptor)
-    : descriptor_(descriptor), isVisible_(isTerminal(descriptor)) {}
+    : descriptor_(descriptor), isVisible_(canDraw(descriptor)) {}
 
 void ProgressLine::show(std::string_view text) {
   if (isVisible_) draw(text);
@@ -51,7 +52,9 @@ void ProgressLine::clear() {
 void ProgressLine::draw(std::string_view text) {
   const std::size_t columns = columnsOf(descriptor_);
   const std::string drawing = drawnOver(std::min(shown_, columns - 1), text, columns);
-  // A terminal that is gone is no reason to stop waiting.
+  // A terminal that is gone, or that was stopped (Ctrl-S), is no reason to wait for it.
+  pollfd terminal{descriptor_, POLLOUT, 0};
+  if (poll(&terminal, 1, 0) <= 0) return;
   if (write(descriptor_, drawing.data(), drawing.size()) < 0) return;
   shown_ = std::min(text.size(), columns - 1);
 }

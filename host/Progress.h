@@ -16,7 +16,7 @@ std::string drawnOver(std::size_t shown, std::string_view text, std::size_t colu
 
 class ProgressLine {
  public:
-  // Draws on the descriptor if that is a terminal, and does nothing if it is not.
+  // Draws on the descriptor if that is a terminal to draw on, and does nothing if it is not.
   explicit ProgressLine(int descriptor);
   ~ProgressLine() { clear(); }
   ProgressLine(const ProgressLine&) = delete;

@@ -6,8 +6,11 @@
 #include "QVROAuth2Client/QVROAuth2Keychain.h"
 #include "QVROAuth2Client/QVROAuth2Provider.h"
 #include "QVROAuth2Client/QVROAuth2TokenManager.h"
+#include "host/DateText.h"
 #include "host/Messages.h"
+#include "host/NarratedText.h"
 #include "host/PendingRequest.h"
+#include "host/RecordFacts.h"
 #include "host/Secrets.h"
 #include "host/SignalledOutcome.h"
 #include "host/Signals.h"
@@ -49,15 +52,15 @@ qvr::Ref<QVROAuth2Token> unpack(Result result, qvr::ErrorPtr* error) {
   return std::move(result.record);
 }
 
-void showOutcome(const std::string& what, const qvr::ErrorPtr& error) {
-  if (stepsAreShown()) step(what + (error ? " failed: " + error->description() : " succeeded"));
+void showFailure(const std::string& what, const qvr::ErrorPtr& error) {
+  if (error && stepsAreShown()) step(what + " failed: " + narratedValue(error->description()));
 }
 
 // The outcome of an operation on the keychain, which `what` names.
 qvr::ErrorPtr finish(const std::string& what, const Outcome<qvr::ErrorPtr>& outcome) {
   auto result = outcome.wait(kKeychainDeadlineSeconds);
   qvr::ErrorPtr error = result ? std::move(*result) : keychainDeadlineError();
-  showOutcome(what, error);
+  showFailure(what, error);
   return error;
 }
 
@@ -79,8 +82,9 @@ std::string summary(const QVROAuth2Token& record) {
   const auto lengthOrNone = [](const qvr::Text& token) {
     return token ? lengthOf(*token) : std::string("none");
   };
+  const auto expiry = expiryDate(record);
   return "access token " + lengthOrNone(record.accessToken()) + ", refresh token " +
-         lengthOrNone(record.refreshToken());
+         lengthOrNone(record.refreshToken()) + ", expires " + (expiry ? rfc3339(*expiry) : "never");
 }
 
 }  // namespace
@@ -94,7 +98,7 @@ qvr::Ref<QVROAuth2Token> readRecord(const Account& account, qvr::ErrorPtr* error
     return outcome.wait(kKeychainDeadlineSeconds);
   }();
   auto record = unpack(result ? *result : Result{nullptr, keychainDeadlineError()}, error);
-  showOutcome("reading the record of " + nameOf(account), record ? nullptr : *error);
+  showFailure("reading the record of " + nameOf(account), record ? nullptr : *error);
   if (record && stepsAreShown()) step("the record: " + summary(*record));
   return record;
 }

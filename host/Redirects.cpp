@@ -1,13 +1,18 @@
 #include "host/Redirects.h"
 
+#include <algorithm>
+#include <chrono>
 #include <optional>
 
 #include "QVROAuth2Client/platform/Desktop.h"
 #include "QVROAuth2Client/platform/URL.h"
 #include "host/Console.h"
+#include "host/Deadline.h"
+#include "host/NarratedText.h"
 #include "host/Paths.h"
 #include "host/RedirectSocket.h"
 #include "host/SignInState.h"
+#include "host/Steps.h"
 
 namespace host {
 namespace {
@@ -36,6 +41,13 @@ Delivery deliveryFor(RedirectAnswer answer) {
           std::string("The sign-in that waits for this redirect does not answer.") + kSignInAgain};
 }
 
+// Within the command's own time; none at all would stand for no limit.
+RedirectPeer timelyPeer() {
+  RedirectPeer peer;
+  peer.deadline = std::max(timeLeft(peer.deadline), std::chrono::milliseconds(1));
+  return peer;
+}
+
 }  // namespace
 
 Delivery deliverRedirect(const std::string& url, const std::string& runtimeFolder) {
@@ -48,7 +60,8 @@ Delivery deliverRedirect(const std::string& url, const std::string& runtimeFolde
   if (!state)
     return {false, "The address carries no state, so it belongs to no sign-in: nothing was done."};
   if (const auto failure = makePrivateFolder(runtimeFolder)) return {false, failure->sentence};
-  return deliveryFor(sendRedirect(runtimeFolder, *state, url));
+  step("handing over the redirect " + narratedURL(*parsed) + " in " + runtimeFolder);
+  return deliveryFor(sendRedirect(runtimeFolder, *state, url, timelyPeer()));
 }
 
 void sayThatRedirectFailed(const std::string& sentence) {
@@ -56,7 +69,7 @@ void sayThatRedirectFailed(const std::string& sentence) {
   qvr::showNotification({.applicationName = "qvr-oauth2",
                          .summary = "The sign-in did not get its answer",
                          .body = sentence,
-                         .timeoutSeconds = kNotificationSeconds});
+                         .timeoutSeconds = secondsLeft(kNotificationSeconds)});
 }
 
 bool handOverRedirect(const std::string& url, const std::string& runtimeFolder) {

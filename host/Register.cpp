@@ -15,6 +15,7 @@
 #include "host/FileReading.h"
 #include "host/HandlerList.h"
 #include "host/Registrations.h"
+#include "host/Steps.h"
 
 namespace host {
 namespace {
@@ -62,10 +63,13 @@ std::optional<Failure> Registering::read() {
 int Registering::run() {
   if (const auto failure = read()) return report(*failure);
   if (const auto failure = foreignFile()) return report(*failure);
+  step("registering " + identifier_ + " for " + joined(redirectSchemes(configuration_)) + ": " +
+       before_.entry.path + ", " + before_.service.path + ", " + listPath_);
   const std::vector<std::string> previous = previousHandlers();
   FileChanges changes;
   if (const auto failure = write(changes)) return report(*failure);
   changes.keep();
+  step(changes.hasChanged() ? "the files are written" : "everything was there");
   if (changes.hasChanged()) tellDesktop(folders_);
   warnOfOverrides();
   std::string said = changes.hasChanged() ? "Registered: " : "Registered already: ";

@@ -9,6 +9,7 @@
 
 #include "QVROAuth2Client/platform/Desktop.h"
 #include "host/ApplicationIdentifier.h"
+#include "host/Deadline.h"
 #include "host/FileReading.h"
 #include "host/HelperProgram.h"
 
@@ -16,6 +17,7 @@ namespace host {
 namespace {
 
 constexpr double kUpdateSeconds = 10;
+constexpr double kReloadSeconds = 5;
 constexpr std::string_view kEntryEnding = ".desktop";
 constexpr std::string_view kServiceEnding = ".service";
 
@@ -99,7 +101,7 @@ std::variant<DesktopFolders, Failure> foldersOfRegistrations() {
 // when it starts.
 void tellDesktop(const DesktopFolders& folders) {
   runHelperProgram({"update-desktop-database", folders.applications}, kUpdateSeconds);
-  qvr::reloadSessionServices();
+  qvr::reloadSessionServices({}, secondsLeft(kReloadSeconds));
 }
 
 std::string joined(const std::vector<std::string>& texts) {

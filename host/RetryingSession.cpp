@@ -121,7 +121,7 @@ bool RefreshTask::takeRetry(const qvr::ErrorPtr& error) {
     mayRetry_ = false;
     if (isCancelled_) return true;
   }
-  step("The connection was lost before anything of the answer had arrived: asking once more.");
+  step("the connection was lost before anything of the answer had arrived: asking once more");
   return true;
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace host {
@@ -27,17 +28,39 @@ void replaceAll(std::string& text, std::string_view what, const std::string& by)
   }
 }
 
+void keep(std::string text) {
+  Secrets& kept = secrets();
+  const std::lock_guard lock(kept.mutex);
+  if (std::find(kept.texts.begin(), kept.texts.end(), text) != kept.texts.end()) return;
+  const auto place =
+      std::find_if(kept.texts.begin(), kept.texts.end(),
+                   [&text](const std::string& other) { return other.size() < text.size(); });
+  kept.texts.insert(place, std::move(text));
+}
+
+// As a URL or a form has it (RFC 3986 section 2), which is how a server may have got it.
+std::string escaped(std::string_view text, const char* digits) {
+  constexpr std::string_view kUnreserved =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
+  std::string result;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (kUnreserved.find(c) != std::string_view::npos) {
+      result += c;
+    } else {
+      result += {'%', digits[byte >> 4], digits[byte & 15]};
+    }
+  }
+  return result;
+}
+
 }  // namespace
 
 void keepSecret(std::string_view secret) {
   if (secret.size() < kShortestSecret) return;
-  Secrets& kept = secrets();
-  const std::lock_guard lock(kept.mutex);
-  if (std::find(kept.texts.begin(), kept.texts.end(), secret) != kept.texts.end()) return;
-  const auto place =
-      std::find_if(kept.texts.begin(), kept.texts.end(),
-                   [secret](const std::string& other) { return other.size() < secret.size(); });
-  kept.texts.emplace(place, secret);
+  keep(std::string(secret));
+  keep(escaped(secret, "0123456789ABCDEF"));
+  keep(escaped(secret, "0123456789abcdef"));
 }
 
 std::string withoutSecrets(std::string_view text) {

@@ -9,8 +9,9 @@
 
 namespace host {
 
-// Remembers a secret for the life of the process. Texts under eight characters are not kept: taking
-// out a word of that length would mangle sentences, and tell what the secret is.
+// Remembers a secret for the life of the process, as it is and percent-encoded. Texts under eight
+// characters are not kept: taking out a word of that length would mangle sentences, and tell what
+// the secret is.
 void keepSecret(std::string_view secret);
 
 // The text with every secret replaced by "{length = N}".

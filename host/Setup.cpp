@@ -9,8 +9,12 @@
 
 #include "QVROAuth2Client/QVROAuth2Host.h"
 #include "QVROAuth2Client/platform/Ports.h"
+#include "host/Console.h"
+#include "host/Deadline.h"
 #include "host/KeychainChoice.h"
 #include "host/Keychains.h"
+#include "host/NarratedSession.h"
+#include "host/RetryingSession.h"
 #include "host/Secrets.h"
 #include "host/SignInWorkspace.h"
 #include "host/Wait.h"
@@ -37,7 +41,7 @@ Installed& installed() {
 
 // The keychain of the configuration, with the lock that keeps it that.
 std::optional<Failure> useKeychain(Configuration configuration, Installed& things) {
-  auto lock = settleKeychain(configuration, [] { return qvr::examineSecretService(); });
+  auto lock = settleKeychain(configuration, examineKeyring);
   if (auto* failure = std::get_if<Failure>(&lock)) return *failure;
   auto keychain = makeKeychain(configuration.keychain.kind, configuration.keychain);
   if (auto* failure = std::get_if<Failure>(&keychain)) return *failure;
@@ -50,14 +54,25 @@ std::optional<Failure> useKeychain(Configuration configuration, Installed& thing
 qvr::Ref<qvr::URLSession> makeSession(const Configuration& configuration) {
   qvr::URLSessionOptions options;
   options.idleTimeoutSeconds = kIdleTimeoutSeconds;
-  options.requestTimeoutSeconds = kRequestTimeoutSeconds;
+  options.requestTimeoutSeconds = secondsLeft(kRequestTimeoutSeconds);
   options.certificateAuthorityFile = configuration.endpoints.certificateAuthorityFile;
+  options.usesHTTP2 = false;  // a command sends one request, and has to know what came of it
   return qvr::makeURLSession(options);
 }
 
+// A line that nobody reads is dropped.
 qvr::LogSink makeLogSink() {
-  return
-      [write = qvr::makeStandardErrorLog()](std::string_view text) { write(withoutSecrets(text)); };
+  return [write = qvr::makeStandardErrorLog()](std::string_view text) {
+    if (canWrite(STDERR_FILENO)) write(withoutSecrets(text));
+  };
+}
+
+// What the library is given, from the inside out: the session that sends, told when steps are
+// shown, sending a refresh once more when its connection is lost, and looked at by who wants to
+// know more of an answer.
+qvr::Ref<ObservedSession> observed(qvr::Ref<qvr::URLSession> session) {
+  return qvr::makeRef<ObservedSession>(
+      qvr::makeRef<RetryingSession>(narratedIfShown(std::move(session))));
 }
 
 void describe(const Configuration& configuration, QVROAuth2Host& library) {
@@ -101,7 +116,7 @@ std::optional<Failure> installHost(const Configuration& configuration, Seams sea
     if (auto failure = useKeychain(configuration, things)) return failure;
   }
   if (!seams.urlSession) seams.urlSession = makeSession(configuration);
-  things.session = qvr::makeRef<ObservedSession>(std::move(seams.urlSession));
+  things.session = observed(std::move(seams.urlSession));
   things.clock = seams.clock ? std::move(seams.clock) : qvr::makeSystemClock();
   install(configuration, things, seams.workspace ? seams.workspace : signInWorkspace());
   installed() = std::move(things);

@@ -11,7 +11,9 @@
 
 #include "QVROAuth2Client/platform/Desktop.h"
 #include "host/Console.h"
+#include "host/Deadline.h"
 #include "host/Messages.h"
+#include "host/NarratedText.h"
 #include "host/Paths.h"
 #include "host/Progress.h"
 #include "host/RedirectSocket.h"
@@ -22,6 +24,7 @@
 #include "host/SignInState.h"
 #include "host/SignInWorkspace.h"
 #include "host/Signals.h"
+#include "host/Steps.h"
 
 namespace host {
 
@@ -39,11 +42,6 @@ struct Outcome {
   qvr::Ref<QVROAuth2AuthorizationResponse> response;
   qvr::ErrorPtr error;
 };
-
-Clock::time_point deadlineAfter(double seconds) {
-  const std::chrono::duration<double> wait(std::clamp(seconds, 0.0, kLongestWaitSeconds));
-  return Clock::now() + std::chrono::duration_cast<Clock::duration>(wait);
-}
 
 // One attempt, on the thread that made it: redirects are delivered on it too, after the start.
 class Attempt {
@@ -74,6 +72,7 @@ class Attempt {
 
   bool present(const qvr::URL& url);
   void listen();
+  std::string waysOfRedirect() const;
   void leaveBus();
   void explain(const qvr::URL& url, bool opensBrowser) const;
   std::optional<Failure> wait();
@@ -87,6 +86,7 @@ class Attempt {
   const qvr::Ref<QVROAuth2PublicClient> client_;
   const SignInOptions& options_;
   const SignInEnvironment& environment_;
+  double waitSeconds_ = 0;
   std::optional<std::string> state_;
   std::unique_ptr<RedirectListener> listener_;
   qvr::Ref<qvr::URLReceiver> receiver_;  // null without a bus
@@ -109,8 +109,10 @@ std::optional<Failure> Attempt::run() {
 // address, so the attempt goes on in any case.
 bool Attempt::present(const qvr::URL& url) {
   state_ = stateInURL(url);
+  if (stepsAreShown()) step("authorization request: " + narratedURL(url));
   listen();
   explain(url, options_.openBrowser);
+  step(options_.openBrowser ? "starting the browser" : "no browser is wanted");
   if (options_.openBrowser && !environment_.browser->openURL(url))
     say("No browser could be opened here: open the address above in one yourself.");
   return true;
@@ -120,12 +122,23 @@ bool Attempt::present(const qvr::URL& url) {
 void Attempt::listen() {
   if (!environment_.busName.empty())
     receiver_ = qvr::makeURLReceiver(
-        {.busName = environment_.busName, .timeoutSeconds = kBusSeconds}, nullptr);
+        {.busName = environment_.busName, .timeoutSeconds = secondsLeft(kBusSeconds)}, nullptr);
   std::optional<Failure> failure = makePrivateFolder(environment_.runtimeFolder);
   if (!failure)
     listener_ = RedirectListener::listen(environment_.runtimeFolder, state_.value_or(""), &failure);
   if (failure && !(receiver_ && receiver_->ownsName()))
     say("The browser's answer cannot come by itself and has to be pasted. " + failure->sentence);
+  if (stepsAreShown()) step(waysOfRedirect());
+}
+
+std::string Attempt::waysOfRedirect() const {
+  std::string ways = "the redirect may be pasted";
+  if (listener_) ways += ", or come over the socket in " + environment_.runtimeFolder;
+  if (receiver_)
+    ways += std::string(", or come over the session bus") +
+            (receiver_->ownsName() ? "" : " by way of who has the name") + " as " +
+            environment_.busName;
+  return ways;
 }
 
 // What still comes for another sign-in is passed on; for this one it is too late.
@@ -149,7 +162,9 @@ void Attempt::explain(const qvr::URL& url, bool opensBrowser) const {
 }
 
 std::optional<Failure> Attempt::wait() {
-  const Clock::time_point deadline = deadlineAfter(options_.timeoutSeconds);
+  waitSeconds_ = secondsLeft(std::clamp(options_.timeoutSeconds, 0.0, kLongestWaitSeconds));
+  const Clock::time_point deadline = deadlineAfter(
+      std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(waitSeconds_)));
   ProgressLine progress(STDERR_FILENO);
   PastedLines input(environment_.input);
   while (!*outcome_) {
@@ -208,6 +223,7 @@ Attempt::Taken Attempt::take(const std::string& redirect) {
   };
   const std::string paste = " Paste the whole address that begins with " + redirectStart() + ".";
   const std::optional<qvr::URL> url = qvr::URL::URLWithString(redirect);
+  if (stepsAreShown()) step("an address came: " + (url ? narratedURL(*url) : lengthOf(redirect)));
   if (!url || !url->scheme()) return refused("That is no address." + paste);
   const std::optional<std::string> state = stateInURL(*url);
   if (!state) return refused("That address does not say which sign-in it belongs to." + paste);
@@ -222,7 +238,7 @@ Attempt::Taken Attempt::take(const std::string& redirect) {
 
 Failure Attempt::timedOut() const {
   char seconds[32];
-  std::snprintf(seconds, sizeof seconds, "%.0f", options_.timeoutSeconds);
+  std::snprintf(seconds, sizeof seconds, "%.0f", waitSeconds_);
   return {kFailed, "Nobody finished the sign-in within " + std::string(seconds) +
                        " s: run the command again (--timeout gives more time), open the "
                        "address it prints, and if nothing happens after the consent page, paste "

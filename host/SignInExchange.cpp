@@ -49,7 +49,7 @@ std::variant<TokenAnswer, Failure> exchangeCode(const QVROAuth2PublicClient& cli
         if (!response) return answer.deliver(failureForError(error, account));
         answer.deliver(TokenAnswer{std::move(response), observed->accountNames, observed->subject});
       });
-  step("Exchanging the code (" + lengthOf(code) + ") for a token.");
+  step("exchanging the code (" + lengthOf(code) + ") for a token");
   task->resume();
   const Event event = answer.wait(signals, kRequestDeadlineSeconds);
   if (event == Event::kAnswer) return answer.take().value();

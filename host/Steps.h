@@ -1,6 +1,6 @@
-// What the command does, step by step, on standard error, for those who asked for it by `--verbose`.
-// A line never holds a secret: a caller names one by lengthOf(), and what slips through is taken out
-// (see Secrets.h).
+// What the command does, step by step, on standard error, for those who asked for it by
+// `--verbose`. A line never holds a secret: a caller names one by lengthOf(), and what slips
+// through is taken out (see Secrets.h).
 //
 // Thread rule: any thread; it is switched on before any other thread starts.
 #pragma once

@@ -10,6 +10,7 @@
 #include "host/RecordRefresh.h"
 #include "host/Setup.h"
 #include "host/Signals.h"
+#include "host/Steps.h"
 
 namespace host {
 namespace {
@@ -22,7 +23,10 @@ RecordOrFailure usableRecord(const Configuration& configuration, const TokenOpti
   qvr::ErrorPtr error;
   const Record record = readRecord(options.account, &error);
   if (!record) return failureForError(error, options.account);
-  if (isDue(*record, options)) return refreshedRecord(configuration, options, record);
+  if (isDue(*record, options)) {
+    step("the token is due for a refresh");
+    return refreshedRecord(configuration, options, record);
+  }
   if (auto failure = expiryProblem(options.account, *record, now())) return *failure;
   return record;
 }

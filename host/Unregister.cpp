@@ -13,6 +13,7 @@
 #include "host/FileReading.h"
 #include "host/HandlerList.h"
 #include "host/Registrations.h"
+#include "host/Steps.h"
 
 namespace host {
 namespace {
@@ -42,6 +43,9 @@ class Unregistering {
 
 int Unregistering::run() {
   if (const auto failure = readList()) return report(*failure);
+  for (const Registration& registration : registrations_)
+    step("removing " + registration.entry.path + ", " + registration.service.path +
+         " and its lines in " + listPath_);
   FileChanges changes;
   if (const auto failure = remove(changes)) return report(*failure);
   changes.keep();

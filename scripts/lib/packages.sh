@@ -9,7 +9,8 @@
 
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config ca-certificates
   libcurl4-openssl-dev libsystemd-dev libsodium-dev libsimdjson-dev libcli11-dev libtomlplusplus-dev)
-TEST_PACKAGES=(libgtest-dev libgmock-dev openssl python3 procps dbus xdg-utils desktop-file-utils systemd)
+TEST_PACKAGES=(libgtest-dev libgmock-dev openssl python3 procps dbus xdg-utils desktop-file-utils systemd strace
+  bash-completion zsh fish mandoc man-db)
 MAIL_PACKAGES=(dovecot-imapd dovecot-submissiond curl neomutt msmtp isync libsasl2-modules-kdexoauth2
   offlineimap3 fetchmail getmail6 aerc git git-email libmailtools-perl)
 DESKTOP_PACKAGES=(gnome-keyring libkf5wallet-bin libqca-qt5-2-plugins keepassxc libsecret-tools libglib2.0-bin

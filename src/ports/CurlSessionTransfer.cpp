@@ -74,7 +74,8 @@ void CurlSessionTransfer::setUp() {
 void CurlSessionTransfer::setTarget() {
   set(CURLOPT_URL, request_.url.absoluteString().c_str());
   set(CURLOPT_PATH_AS_IS, 1L);
-  set(CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_2TLS});
+  set(CURLOPT_HTTP_VERSION,
+      options_.usesHTTP2 ? long{CURL_HTTP_VERSION_2TLS} : long{CURL_HTTP_VERSION_1_1});
   set(CURLOPT_ACCEPT_ENCODING, "");  // what libcurl can decode
   // Sent from where it is: a copy would be one more to wipe.
   const Data& body = request_.HTTPBody;
@@ -171,6 +172,7 @@ bool CurlSessionTransfer::takeHeader(std::string_view line) {
   if (isTooLarge_) return false;
   if (!body_.empty()) return true;
   const std::size_t colon = line.find(':');
+  hasWholeHead_ = line == "\r\n" || line == "\n";
   if (line.substr(0, 5) == "HTTP/") {
     response_.headers.clear();
   } else if (colon != std::string_view::npos) {
@@ -206,7 +208,9 @@ bool CurlSessionTransfer::takeProgress() {
   return std::exchange(hasProgressed_, false);
 }
 
+// libcurl takes an answer that ends within its headers for one without a body.
 CurlSessionOutcome CurlSessionTransfer::outcome(CURLcode result) {
+  if (result == CURLE_OK && !hasWholeHead_) result = CURLE_PARTIAL_FILE;
   if (handle_ != nullptr) noteReceived(info<curl_off_t>(CURLINFO_SIZE_DOWNLOAD_T, 0));
   byteCount_.publish();
   if (result == CURLE_OK) {

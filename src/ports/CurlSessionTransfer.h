@@ -95,6 +95,7 @@ class CurlSessionTransfer {
   Data body_;
   std::size_t headerBytes_ = 0;
   bool isTooLarge_ = false;
+  bool hasWholeHead_ = false;  // the empty line after the last headers has come
 };
 
 }  // namespace qvr

@@ -6,6 +6,7 @@
 
 #include "src/platform/Crypto.h"
 #include "src/platform/KeychainAttributes.h"
+#include "src/ports/Milliseconds.h"
 
 namespace qvr {
 
@@ -141,7 +142,9 @@ void EncryptedFileKeychain::changeItem(
 inline namespace v1 {
 
 Ref<KeychainItems> makeEncryptedFileKeychain(EncryptedFileKeychainOptions options) {
-  auto keychain = makeRef<EncryptedFileKeychain>(options, EncryptedFileKeychain::Tuning{});
+  EncryptedFileKeychain::Tuning tuning;
+  tuning.lockDeadline = millisecondsOf(options.lockTimeoutSeconds);
+  auto keychain = makeRef<EncryptedFileKeychain>(options, tuning);
   if (options.passphrase) wipe(options.passphrase->data(), options.passphrase->size());
   return keychain;
 }

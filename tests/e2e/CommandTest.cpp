@@ -3,8 +3,23 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "QVROAuth2Client/platform/Ports.h"
 
 namespace e2e {
+namespace {
+
+qvr::KeychainQuery queryFor(const qvr::KeychainItemName& name) {
+  qvr::KeychainQuery query;
+  query.emplace(qvr::kSecClass, qvr::kSecClassGenericPassword);
+  query.emplace(qvr::kSecAttrService, name.service);
+  query.emplace(qvr::kSecAttrAccount, name.account);
+  return query;
+}
+
+}  // namespace
 
 CommandTest::CommandTest() {
   std::filesystem::create_directories(folder.file("config/qvr-oauth2"));
@@ -47,9 +62,15 @@ std::string CommandTest::browserFor(const std::string& user, const std::string& 
 
 std::unique_ptr<support::ChildProcess> CommandTest::start(
     const std::vector<std::string>& arguments, std::map<std::string, std::string> further) {
+  std::vector<std::string> all = {QVR_OAUTH2_PROGRAM};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  return startProgram(all, std::move(further));
+}
+
+std::unique_ptr<support::ChildProcess> CommandTest::startProgram(
+    const std::vector<std::string>& arguments, std::map<std::string, std::string> further) {
   support::ChildProcess::Options options;
-  options.arguments = {QVR_OAUTH2_PROGRAM};
-  options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
+  options.arguments = arguments;
   options.environment = std::move(further);
   options.environment.insert({{"HOME", folder.path()},
                               {"XDG_CONFIG_HOME", folder.file("config")},
@@ -63,18 +84,71 @@ std::unique_ptr<support::ChildProcess> CommandTest::start(
   return std::make_unique<support::ChildProcess>(options);
 }
 
+Result resultOf(support::ChildProcess& process) {
+  process.closeInput();
+  const int status = process.wait();
+  return {status, process.output(), process.error()};
+}
+
 Result CommandTest::run(const std::vector<std::string>& arguments,
                         const std::map<std::string, std::string>& further) {
-  const auto process = start(arguments, further);
-  process->closeInput();
-  const int status = process->wait();
-  return {status, process->output(), process->error()};
+  return resultOf(*start(arguments, further));
 }
 
 void CommandTest::signIn(const std::string& user) {
   const Result result =
       run({"sign-in", provider(), user, "--timeout", "30"}, {{"BROWSER", browserFor(user)}});
   ASSERT_EQ(result.status, 0) << result.output << result.error;
+}
+
+void CommandTest::signInWithADueToken(const std::string& user) {
+  counterpart.setAccessTokenSeconds(side(), 60);
+  ASSERT_NO_FATAL_FAILURE(signIn(user));
+  counterpart.setAccessTokenSeconds(side(), 3600);
+  ASSERT_FALSE(records().empty()) << "what tests compare";
+}
+
+std::vector<std::string> CommandTest::tokenCommand(const std::vector<std::string>& further) const {
+  std::vector<std::string> arguments = {"token", provider(), kUser};
+  arguments.insert(arguments.end(), further.begin(), further.end());
+  return arguments;
+}
+
+Result CommandTest::token(const std::vector<std::string>& further,
+                          const std::map<std::string, std::string>& environment) {
+  return run(tokenCommand(further), environment);
+}
+
+qvr::Ref<qvr::KeychainItems> CommandTest::keychain() const {
+  return qvr::makeEncryptedFileKeychain({.directory = folder.file("data/qvr-oauth2/items"),
+                                         .keyFile = folder.file("config/qvr-oauth2/key")});
+}
+
+CommandTest::Records CommandTest::records() const {
+  const auto items = keychain();
+  std::vector<qvr::KeychainItemName> names;
+  EXPECT_EQ(items->list(&names), qvr::errSecSuccess);
+  Records records;
+  for (const qvr::KeychainItemName& name : names) {
+    qvr::KeychainQuery query = queryFor(name);
+    query.emplace(qvr::kSecReturnData, true);
+    EXPECT_EQ(items->copyMatching(query, &records[name]), qvr::errSecSuccess);
+  }
+  return records;
+}
+
+void CommandTest::removeRecords() const {
+  for (const auto& [name, data] : records())
+    EXPECT_EQ(keychain()->remove(queryFor(name)), qvr::errSecSuccess);
+}
+
+void CommandTest::changeConfiguration(const std::string& text, const std::string& replacement) {
+  const std::string name = "config/qvr-oauth2/config.toml";
+  std::ifstream file(folder.file(name));
+  std::string content(std::istreambuf_iterator<char>(file), {});
+  const std::size_t place = content.find(text);
+  ASSERT_NE(place, std::string::npos) << text;
+  folder.write(name, content.replace(place, text.size(), replacement));
 }
 
 }  // namespace e2e

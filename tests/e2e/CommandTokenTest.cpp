@@ -14,13 +14,6 @@ using testing::Not;
 
 class CommandTokenTest : public CommandTest {
  protected:
-  // Signs in with a token that is due at once, and lets the next ones live for an hour.
-  void signInWithADueToken() {
-    counterpart.setAccessTokenSeconds(side(), 60);
-    ASSERT_NO_FATAL_FAILURE(signIn());
-    counterpart.setAccessTokenSeconds(side(), 3600);
-  }
-
   // The one item file, whose content stands for the record.
   std::string itemBytes() {
     std::string all;
@@ -52,31 +45,6 @@ TEST_P(CommandTokenTest, ForceRefreshReplacesAnUnexpiredToken) {
   EXPECT_NE(forced.output, before.output);
   EXPECT_EQ(run({"token", provider(), kUser}).output, forced.output);
   EXPECT_EQ(counterpart.count(side(), "refreshes"), 1);
-}
-
-TEST_P(CommandTokenTest, TransientFailuresExitWith5AndKeepTheRecord) {
-  ASSERT_NO_FATAL_FAILURE(signInWithADueToken());
-  const std::pair<std::string, std::string> faults[] = {
-      {"html", ""}, {"close", ""}, {"status", R"(,"status":503)"}, {"status", R"(,"status":429)"}};
-  for (const auto& [kind, members] : faults) {
-    SCOPED_TRACE(kind + members);
-    counterpart.fault(side(), "token", kind, members);
-    const Result result = run({"token", provider(), kUser});
-    EXPECT_EQ(result.status, 5) << result.error;
-    EXPECT_EQ(result.output, "");
-    EXPECT_NE(result.error, "");
-  }
-  EXPECT_EQ(run({"token", provider(), kUser}).status, 0) << "the refresh token is still there";
-}
-
-TEST_P(CommandTokenTest, AGrantThatIsGoneExitsWith4AndNamesTheCommand) {
-  ASSERT_NO_FATAL_FAILURE(signInWithADueToken());
-  counterpart.fault(side(), "token", "status",
-                    R"(,"status":400,"body":"{\"error\":\"invalid_grant\"}")");
-  const Result result = run({"token", provider(), kUser});
-  EXPECT_EQ(result.status, 4) << result.error;
-  EXPECT_EQ(result.output, "");
-  EXPECT_THAT(result.error, HasSubstr("sign-in"));
 }
 
 TEST_P(CommandTokenTest, NothingStoredExitsWith3) {

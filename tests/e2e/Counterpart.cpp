@@ -88,6 +88,24 @@ void Counterpart::fault(const std::string& provider, const std::string& endpoint
                       kind + "\"" + furtherMembers + "}");
 }
 
+void Counterpart::hold(const std::string& provider, Moment moment, const std::string& endpoint) {
+  const bool isAfter = moment == Moment::kAfterTheAnswer;
+  fault(provider, endpoint, "hold", isAfter ? R"(,"after":true)" : "");
+}
+
+void Counterpart::waitUntilHeld(const std::string& provider, int count) {
+  post("/held", R"({"provider":")" + provider + R"(","count":)" + std::to_string(count) + "}");
+}
+
+void Counterpart::release(const std::string& provider) {
+  post("/release", R"({"provider":")" + provider + R"("})");
+}
+
+void Counterpart::shutDown() {
+  post("/shutdown", "{}");
+  if (process_->wait() != 0) throw std::runtime_error("the authorization servers did not end well");
+}
+
 void Counterpart::setAccessTokenSeconds(const std::string& provider, int seconds) {
   post("/settings", R"({"provider":")" + provider + R"(","accessTokenSeconds":)" +
                         std::to_string(seconds) + "}");

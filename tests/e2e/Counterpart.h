@@ -25,12 +25,24 @@ class Counterpart {
   // "authorize", "codeExchanges", "refreshes", "revocations", "failures", "elsewhere".
   std::int64_t count(const std::string& provider, const std::string& kind);
 
-  // Sends a JSON body to the control port and answers what comes back.
+  // Asks the control port, or sends it a JSON body, and answers what comes back.
+  qvr::Value get(const std::string& path) { return send(path, nullptr); }
   qvr::Value post(const std::string& path, const std::string& json);
 
   // Makes the next requests to an endpoint go wrong.
   void fault(const std::string& provider, const std::string& endpoint, const std::string& kind,
              const std::string& furtherMembers = "");
+
+  // Holds the next request to the token endpoint: before the servers have computed the answer, or
+  // after it, when a refresh token has been rotated.
+  enum class Moment { kBeforeTheAnswer, kAfterTheAnswer };
+  void hold(const std::string& provider, Moment moment, const std::string& endpoint = "token");
+
+  // Waits until so many are held, and lets through what is held.
+  void waitUntilHeld(const std::string& provider, int count = 1);
+  void release(const std::string& provider);
+
+  void shutDown();
 
   void setAccessTokenSeconds(const std::string& provider, int seconds);
   void useCertificate(const std::string& provider, const std::string& name);

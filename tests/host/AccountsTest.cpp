@@ -1,16 +1,29 @@
 // qvr-oauth2 accounts: the items of this application, one a line.
+#include <algorithm>
+
 #include "host/Setup.h"
 #include "tests/host/CommandTest.h"
+#include "tests/host/ParsedJSON.h"
 
 namespace host_test {
 namespace {
 
+using testing::Contains;
 using testing::HasSubstr;
 
 class AccountsTest : public CommandTest {
  protected:
   void storeFor(const std::string& provider, const std::string& user) {
     store({provider, user}, record("access", "refresh", 3600));
+  }
+
+  static std::vector<std::string> usersIn(const std::string& json) {
+    const qvr::Value value = parsedJSON(json);
+    const auto* const objects = value.as<qvr::Value::Array>();
+    std::vector<std::string> users;
+    for (const qvr::Value& each : objects == nullptr ? qvr::Value::Array() : *objects)
+      users.push_back(memberOf(each, "user").text().value_or(""));
+    return users;
   }
 };
 
@@ -45,6 +58,38 @@ TEST_F(AccountsTest, KeepsEachAccountOnOneLine) {
   install();
   storeFor("Google", "two\nlines\tand a tab");
   EXPECT_EQ(runAccounts().output, "Google\ttwo?lines?and a tab\n");
+}
+
+TEST_F(AccountsTest, ListsTheSameAsJSON) {
+  install();
+  storeFor("Microsoft", "a@example.org");
+  storeFor("Google", "b@example.org");
+  storeFor("Google", "a@example.org");
+  const Printed printed = runAccounts(true);
+  EXPECT_EQ(printed.status, host::kDone);
+  EXPECT_EQ(printed.error, "");
+  EXPECT_EQ(printed.output, R"([{"provider":"Google","user":"a@example.org"},)"
+                            R"({"provider":"Google","user":"b@example.org"},)"
+                            R"({"provider":"Microsoft","user":"a@example.org"}])"
+                            "\n");
+}
+
+TEST_F(AccountsTest, NamesUsersInJSONExactlyAsTheyAreStored) {
+  install();
+  for (const char* const user : {"two\nlines\tand a tab", "\"quoted\" \\", "caf\u00e9"}) {
+    storeFor("Google", user);
+    const Printed printed = runAccounts(true);
+    EXPECT_EQ(std::count(printed.output.begin(), printed.output.end(), '\n'), 1);
+    EXPECT_THAT(usersIn(printed.output), Contains(user));
+  }
+}
+
+TEST_F(AccountsTest, PrintsAnEmptyListAsJSONWhenNobodyIsSignedIn) {
+  install();
+  const Printed printed = runAccounts(true);
+  EXPECT_EQ(printed.status, host::kDone);
+  EXPECT_EQ(printed.output, "[]\n");
+  EXPECT_EQ(printed.error, runAccounts().error);
 }
 
 TEST_F(AccountsTest, SaysWhenNobodyIsSignedIn) {

@@ -9,6 +9,7 @@
 #include "host/ExitStatus.h"
 #include "tests/host/BusDesktop.h"
 #include "tests/host/CommandTest.h"
+#include "tests/host/ScopedDeadline.h"
 #include "tests/host/ScopedVariable.h"
 #include "tests/host/WaitingSignIn.h"
 
@@ -118,6 +119,13 @@ TEST_F(BusActivateTest, NameThatIsNoneFails) {
   const Printed printed = collect([] { return host::activate("no name"); });
   EXPECT_EQ(printed.status, host::kFailed);
   EXPECT_THAT(printed.error, HasSubstr("no name"));
+}
+
+TEST_F(BusActivateTest, EndsWithTheCommandsTime) {
+  const ScopedDeadline deadline(0.3);
+  const Printed printed = collect([] { return host::runActivation(kName, 600); });
+  EXPECT_EQ(printed.status, host::kDone);
+  EXPECT_TRUE(deadline.endedSoon());
 }
 
 }  // namespace

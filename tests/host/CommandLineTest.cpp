@@ -97,6 +97,29 @@ TEST_F(CommandLineTest, AnswersUsageMistakesWithStatus2AndOneSentence) {
       {{"sign-in", "google", "me", "--timeout", "1e9"}, "timeout must be"},
       {{"sign-in", "google", "me", "--scope", "a\tb"}, "without control characters"},
       {{"sign-in", "google", "me", "--scope"}, "--scope"},
+      {{"token", "google", "me", "--format", "sasl"}, "format must be raw, xoauth2"},
+      {{"token", "google", "me", "--format", ""}, "format must be raw, xoauth2"},
+      {{"token", "google", "me", "--format"}, "--format"},
+      {{"token", "google", "me", "--host", "h"}, "go with --format oauthbearer"},
+      {{"token", "google", "me", "--port", "1", "--format", "xoauth2"}, "--format oauthbearer"},
+      {{"token", "google", "me", "--format=oauthbearer", "--host", ""}, "host must be a name"},
+      {{"token", "google", "me", "--format=oauthbearer", "--host", "a b"}, "host must be a name"},
+      {{"token", "google", "me", "--format=oauthbearer", "--host", "a\x01"}, "host must be a name"},
+      {{"token", "google", "me", "--format=oauthbearer", "--port", "0"}, "port must be from 1"},
+      {{"token", "google", "me", "--format=oauthbearer", "--port", "65536"}, "port must be from 1"},
+      {{"token", "google", "me", "--format=oauthbearer", "--port", "imaps"}, "wrong kind"},
+      {{"token", "google", "me", "--min-valid", "nan"}, "--min-valid must be from 0"},
+      {{"token", "google", "me", "--min-valid", "-1"}, "--min-valid must be from 0"},
+      {{"token", "google", "me", "--min-valid", "86401"}, "--min-valid must be from 0"},
+      {{"token", "google", "me", "--min-valid", "soon"}, "wrong kind"},
+      {{"token", "google", "me", "--timeout", "0"}, "timeout must be"},
+      {{"--timeout", "nan", "accounts"}, "timeout must be"},
+      {{"--timeout", "86401", "accounts"}, "timeout must be"},
+      {{"status"}, "PROVIDER is required"},
+      {{"status", "google"}, "USER is required"},
+      {{"status", "yahoo", "me"}, "must be Google or Microsoft"},
+      {{"status", "google", ""}, "user must not be empty"},
+      {{"status", "google", "me", "--format", "json"}, "not an option here: --format"},
       {{"open-url"}, "URL is required"},
       {{"keychain"}, "subcommand is required"},
       {{"keychain", "move"}, "KEYCHAIN is required"},
@@ -134,7 +157,7 @@ TEST_F(CommandLineTest, HelpsAndTellsItsVersionWithoutAConfiguration) {
   const Result help = run({"--help"});
   EXPECT_EQ(help.status, host::kDone);
   for (const char* const command :
-       {"sign-in", "open-url", "token", "accounts", "sign-out", "config", "version"}) {
+       {"sign-in", "open-url", "token", "status", "accounts", "sign-out", "config", "version"}) {
     EXPECT_THAT(help.output, HasSubstr(command));
     const Result own = run({command, "--help"});
     EXPECT_EQ(own.status, host::kDone);
@@ -169,6 +192,26 @@ TEST_F(CommandLineTest, TakesAProviderInAnyCaseAndPassesItOnExactly) {
   const Result other = run({"token", "MICROSOFT", "user@example.org", "--config", path});
   EXPECT_EQ(other.status, host::kNothingStored);
   EXPECT_THAT(other.error, HasSubstr("`qvr-oauth2 sign-in Microsoft user@example.org`"));
+}
+
+TEST_F(CommandLineTest, PassesAUserWithACommaAndAnEqualsSignOnExactly) {
+  const std::string path = storeToken("stored-access");
+  for (const char* const command : {"token", "status"}) {
+    const Result result = run({"--config", path, command, "google", "a,b=c@example.org"});
+    EXPECT_EQ(result.status, host::kNothingStored);
+    EXPECT_THAT(result.error, HasSubstr("`qvr-oauth2 sign-in Google a,b=c@example.org`"));
+  }
+}
+
+TEST_F(CommandLineTest, PrintsNothingButTheFormatOnStandardOutput) {
+  const std::string path = storeToken("stored-access");
+  for (const char* const format : {"raw", "xoauth2", "oauthbearer", "json"}) {
+    const Result result =
+        run({"--config", path, "token", "google", "user@example.org", "--format", format});
+    EXPECT_EQ(result.status, host::kDone) << result.error;
+    EXPECT_EQ(result.error, "");
+    EXPECT_EQ(result.output.find('\n') + 1, result.output.size()) << "one line";
+  }
 }
 
 TEST_F(CommandLineTest, ServesAStoredTokenFromAnotherProcessAndListsAndRemovesIt) {

@@ -61,8 +61,8 @@ Printed CommandTest::runSignOut(const host::Account& account, bool localOnly) {
   return collect([&] { return host::signOut(configuration, account, localOnly); });
 }
 
-Printed CommandTest::runAccounts() {
-  return collect([&] { return host::accounts(configuration, false); });
+Printed CommandTest::runAccounts(bool asJSON) {
+  return collect([&] { return host::accounts(configuration, asJSON); });
 }
 
 qvr::Ref<QVROAuth2Token> CommandTest::record(qvr::TextView accessToken, qvr::TextView refreshToken,

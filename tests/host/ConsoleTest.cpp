@@ -2,14 +2,20 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pty.h>
+#include <signal.h>
+#include <termios.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <thread>
 
 #include "host/Console.h"
 #include "host/Secrets.h"
 #include "host/Wait.h"
 #include "tests/host/CommandTest.h"
+#include "tests/host/ScopedDeadline.h"
+#include "tests/host/SignInFixture.h"
 
 namespace host_test {
 namespace {
@@ -41,6 +47,13 @@ TEST(Secrets, AreTakenOutWholeWhenOneIsPartOfAnother) {
             "{length = 19}, {length = 10}");
 }
 
+TEST(Secrets, AreTakenOutPercentEncodedToo) {
+  host::keepSecret("4/0A=secret code");
+  EXPECT_EQ(
+      host::withoutSecrets("a 4/0A=secret code, 4%2F0A%3Dsecret%20code, 4%2f0A%3dsecret%20code"),
+      "a {length = 16}, {length = 22}, {length = 22}");
+}
+
 TEST(Secrets, ThatAreTooShortToTellFromWordsAreNotKept) {
   host::keepSecret("");
   host::keepSecret("refresh");
@@ -54,26 +67,35 @@ TEST(Console, ReportsAFailureAndReturnsItsStatus) {
   EXPECT_EQ(printed.output, "");
 }
 
+// A standard stream at another descriptor, for a scope.
+class Redirected {
+ public:
+  Redirected(int stream, int descriptor) : stream_(stream), saved_(dup(stream)) {
+    EXPECT_EQ(dup2(descriptor, stream), stream);
+  }
+  ~Redirected() {
+    dup2(saved_, stream_);
+    close(saved_);
+  }
+  Redirected(const Redirected&) = delete;
+  Redirected& operator=(const Redirected&) = delete;
+
+ private:
+  const int stream_;
+  const int saved_;
+};
+
 // Standard input read from a text, for a scope.
 class Input {
  public:
-  explicit Input(const std::string& text) : saved_(dup(STDIN_FILENO)) {
-    int ends[2] = {-1, -1};
-    EXPECT_EQ(pipe(ends), 0);
-    EXPECT_EQ(write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    close(ends[1]);
-    dup2(ends[0], STDIN_FILENO);
-    close(ends[0]);
+  explicit Input(const std::string& text) {
+    pipe_.write(text);
+    pipe_.writeEnd.close();
   }
-  ~Input() {
-    dup2(saved_, STDIN_FILENO);
-    close(saved_);
-  }
-  Input(const Input&) = delete;
-  Input& operator=(const Input&) = delete;
 
  private:
-  const int saved_;
+  host::Pipe pipe_;
+  const Redirected input_{STDIN_FILENO, pipe_.readEnd.number()};
 };
 
 TEST(Console, ReadsLineByLineAndNothingBehindALine) {
@@ -119,6 +141,106 @@ TEST(Console, WritesAllOfALongTextToAStreamThatBlocks) {
   close(ends[0]);
   EXPECT_TRUE(written);
   EXPECT_EQ(length, text.size());
+}
+
+// Fills the pipe to the last byte.
+void fill(const host::Pipe& pipe, int flags) {
+  ASSERT_EQ(fcntl(pipe.writeEnd.number(), F_SETFL, O_NONBLOCK), 0);
+  while (write(pipe.writeEnd.number(), "x", 1) == 1) {
+  }
+  ASSERT_EQ(errno, EAGAIN);
+  ASSERT_EQ(fcntl(pipe.writeEnd.number(), F_SETFL, flags), 0);
+}
+
+TEST(Console, GivesUpOnAFullPipeThatNobodyReads) {
+  for (const int flags : {0, O_NONBLOCK}) {
+    const host::Pipe pipe;
+    fill(pipe, flags);
+    const ScopedDeadline deadline(0.02);
+    bool isWritten = true;
+    bool isSaid = true;
+    {
+      const Redirected output(STDOUT_FILENO, pipe.writeEnd.number());
+      isWritten = host::writeOut("text\n");
+    }
+    {
+      const Redirected error(STDERR_FILENO, pipe.writeEnd.number());
+      isSaid = host::writeError("text\n");
+      host::step("which is not shown");
+      host::report({host::kFailed, "Nobody reads this."});
+    }
+    EXPECT_FALSE(isWritten) << flags;
+    EXPECT_FALSE(isSaid) << flags;
+    EXPECT_FALSE(host::canWrite(pipe.writeEnd.number())) << flags;
+    EXPECT_TRUE(deadline.endedSoon()) << flags;
+  }
+}
+
+TEST(Console, GivesUpOnAPipeThatFillsMeanwhile) {
+  const host::Pipe pipe;
+  const ScopedDeadline deadline(0.02);
+  EXPECT_FALSE(host::writeAll(pipe.writeEnd.number(), std::string(1024 * 1024, 'x')));
+  EXPECT_TRUE(deadline.endedSoon());
+}
+
+TEST(Console, GivesUpOnATerminalThatWasStopped) {
+  int master = -1;
+  int slave = -1;
+  ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
+  const host::Descriptor screen(master);
+  const host::Descriptor terminal(slave);
+  ASSERT_EQ(tcflow(slave, TCOOFF), 0);
+  const ScopedDeadline deadline(0.02);
+  EXPECT_FALSE(host::writeAll(slave, "text"));
+  EXPECT_TRUE(deadline.endedSoon());
+}
+
+TEST(Console, WritesAllOfALongTextToAPipeThatIsReadLate) {
+  host::Pipe pipe;
+  fill(pipe, 0);
+  const std::string text(200'000, 'y');
+  std::thread writer([&] {
+    EXPECT_TRUE(host::writeAll(pipe.writeEnd.number(), text));
+    pipe.writeEnd.close();
+  });
+  std::string read;
+  char buffer[4096];
+  for (ssize_t count; (count = ::read(pipe.readEnd.number(), buffer, sizeof buffer)) > 0;)
+    read.append(buffer, static_cast<std::size_t>(count));
+  writer.join();
+  EXPECT_EQ(read.substr(read.find('y')), text);
+}
+
+TEST(Console, WritesWhatFitsAfterTheCommandsTimeIsOver) {
+  host::Pipe pipe;
+  {
+    const ScopedDeadline deadline(-1);
+    EXPECT_TRUE(host::writeAll(pipe.writeEnd.number(), "The time is over.\n"));
+  }
+  EXPECT_EQ(pipe.readAll(), "The time is over.\n");
+}
+
+TEST(Console, TellsAClosedPipeAndAFullDisk) {
+  host::Pipe pipe;
+  pipe.readEnd.close();
+  const auto previous = signal(SIGPIPE, SIG_IGN);
+  EXPECT_FALSE(host::writeAll(pipe.writeEnd.number(), "text"));
+  signal(SIGPIPE, previous);
+  const host::Descriptor full(open("/dev/full", O_WRONLY | O_CLOEXEC));
+  ASSERT_TRUE(full);
+  EXPECT_FALSE(host::writeAll(full.number(), "text"));
+  const host::Descriptor readOnly(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  EXPECT_FALSE(host::writeAll(readOnly.number(), "text"));
+  EXPECT_FALSE(host::writeAll(-1, "text"));
+}
+
+TEST(Console, WaitsForALineNoLongerThanTheCommandsTime) {
+  const host::Pipe pipe;
+  pipe.write("half a line");
+  const ScopedDeadline deadline(0.02);
+  const Redirected input(STDIN_FILENO, pipe.readEnd.number());
+  EXPECT_EQ(host::readLine(), std::nullopt);
+  EXPECT_TRUE(deadline.endedSoon());
 }
 
 TEST(Outcome, HandsTheFirstValueOver) {

@@ -5,7 +5,7 @@
 #include "host/Console.h"
 #include "host/DoctorPrinting.h"
 #include "host/Secrets.h"
-#include "src/platform/JSON.h"
+#include "tests/host/ParsedJSON.h"
 
 namespace host {
 namespace {
@@ -13,15 +13,6 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
-
-// What a reader of the JSON gets.
-qvr::Value parsed(const Checks& checks) {
-  const std::string text = jsonOf(checks);
-  qvr::ErrorPtr error;
-  const auto value = qvr::JSONObjectWithData(qvr::Data(text.begin(), text.end()), &error);
-  EXPECT_TRUE(value) << text;
-  return value.value_or(qvr::Value());
-}
 
 TEST(DoctorText, HasALineForEachCheckAndAnIndentedOneForItsRemedy) {
   EXPECT_EQ(textOf({Check::ok("browser", "It opens."),
@@ -51,7 +42,8 @@ TEST(DoctorJSON, IsOneObjectWithTheChecksAndTheNumberOfProblems) {
 }
 
 TEST(DoctorJSON, EscapesWhatAPathMayHold) {
-  const qvr::Value value = parsed({Check::ok("x", "/a \"quoted\" \\ \xc3\xa9 name")});
+  const qvr::Value value =
+      host_test::parsedJSON(jsonOf({Check::ok("x", "/a \"quoted\" \\ \xc3\xa9 name")}));
   const auto* const checks = value.find("checks")->as<qvr::Value::Array>();
   ASSERT_NE(checks, nullptr);
   EXPECT_EQ(checks->at(0).find("message")->text(), "/a \"quoted\" \\ \xc3\xa9 name");
@@ -61,7 +53,7 @@ TEST(DoctorPrinting, LeavesNothingOfControlCharactersAndOfBytesThatAreNoText) {
   const Checks checks = {Check::problem("x", "a\nproblem b\x1b[0m\xff\xc3", "c\td")};
   EXPECT_EQ(textOf(checks), "problem  x: a?problem b?[0m??\n         c?d\n");
   EXPECT_TRUE(isUTF8(jsonOf(checks)));
-  parsed(checks);
+  host_test::parsedJSON(jsonOf(checks));
 }
 
 TEST(DoctorPrinting, ShowsNoSecret) {

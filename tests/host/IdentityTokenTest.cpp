@@ -69,6 +69,46 @@ TEST(IdentityToken, IsFoundInAnAnswerAndKeptSecret) {
     EXPECT_FALSE(idTokenInAnswer(bytesOf(body))) << body;
 }
 
+TEST(IdentityToken, IssuerAndSubjectTellAccountsApart) {
+  const auto subjectOf = [](const std::string& issuer, const std::string& subject) {
+    return subjectInIDToken(
+        tokenWith(R"({"iss": ")" + issuer + R"(", "sub": ")" + subject + R"(", "iat": 1})"));
+  };
+  const auto alice = subjectOf("https://a.example", "1");
+  ASSERT_TRUE(alice);
+  EXPECT_EQ(subjectInIDToken(tokenWith(
+                R"({"email": "other@x", "sub": "1", "exp": 9, "iss": "https://a.example"})")),
+            alice)
+      << "what else is in the token makes no difference";
+  EXPECT_NE(subjectOf("https://a.example", "2"), alice);
+  EXPECT_NE(subjectOf("https://b.example", "1"), alice);
+  EXPECT_NE(subjectOf("https://a.example", "1 "), alice);
+  EXPECT_NE(subjectOf("a b", "c"), subjectOf("a", "b c"));
+}
+
+TEST(IdentityToken, HasNoSubjectWithoutBothMembersAsTexts) {
+  const std::string good = tokenWith(R"({"iss": "i", "sub": "s"})");
+  ASSERT_TRUE(subjectInIDToken(good));
+  const std::string tokens[] = {
+      "",
+      good.substr(0, good.rfind('.')),  // two parts
+      good + ".d.e",                    // five, as an encrypted one has
+      "a.!!!.c",                        // no base64url
+      tokenWith(R"({"iss": "i"})"),
+      tokenWith(R"({"sub": "s"})"),
+      tokenWith(R"({"iss": "", "sub": "s"})"),
+      tokenWith(R"({"iss": "i", "sub": ""})"),
+      tokenWith(R"({"iss": "i", "sub": 5})"),
+      tokenWith(R"({"iss": ["i"], "sub": "s"})"),
+      tokenWith(R"({"iss": null, "sub": "s"})"),
+      tokenWith(R"({"iss": "i", "sub": "s\u0000t"})"),
+      tokenWith(R"(["iss", "sub"])"),
+      tokenWith(R"({"iss": "i", "sub": "s")"),
+  };
+  for (const std::string& token : tokens)
+    EXPECT_FALSE(subjectInIDToken(token)) << token;
+}
+
 TEST(AccountWarning, IsSilentWhenOneOfTheNamesIsTheAccounts) {
   const Account account = {"Google", "Alice@Example.com"};
   EXPECT_FALSE(warningAboutAccount({}, account));

@@ -6,6 +6,7 @@
 #include "host/Configuration.h"
 #include "host/KeychainMove.h"
 #include "tests/host/CommandTest.h"
+#include "tests/host/ScopedDeadline.h"
 
 namespace host {
 namespace {
@@ -380,6 +381,21 @@ TEST(KeychainNamed, KnowsTheNamesThatUsersAndConfigurationsUse) {
   EXPECT_EQ(keychainNamed("encrypted-file"), kEncryptedFile);
   for (const char* const name : {"", "File", "keyring", "secret-service "})
     EXPECT_FALSE(keychainNamed(name)) << name;
+}
+
+// Wherever the time ends, each token is in one of the two keychains.
+TEST_F(KeychainMoveTest, StopsBetweenTwoItemsWhenTheCommandsTimeIsOver) {
+  source->put(service(), kUser, {1});
+  KeychainMove move = makeMove();
+  ASSERT_FALSE(move.check());
+  const host_test::ScopedDeadline deadline(-1);
+  for (const auto& failure : {move.copy(), move.removeOld(), makeMove().check()}) {
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->status, kTryAgainLater);
+    EXPECT_THAT(failure->sentence, HasSubstr("--timeout"));
+  }
+  EXPECT_EQ(source->stored(service(), kUser), qvr::Data{1});
+  EXPECT_EQ(target->itemCount(), 0u);
 }
 
 }  // namespace

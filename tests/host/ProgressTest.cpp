@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include "host/Progress.h"
+#include "tests/host/ScopedVariable.h"
 #include "tests/host/SignInFixture.h"
 
 namespace host {
@@ -45,6 +47,7 @@ TEST(ProgressTest, NothingIsDrawnWhereThereIsNoTerminal) {
 }
 
 TEST(ProgressTest, TerminalGetsTheLineAndAnEmptyOneAtTheEnd) {
+  const host_test::ScopedVariable kind("TERM", "xterm");
   int master = -1;
   int slave = -1;
   winsize size{};
@@ -68,6 +71,21 @@ TEST(ProgressTest, TerminalGetsTheLineAndAnEmptyOneAtTheEnd) {
     drawn.append(buffer, static_cast<std::size_t>(length));
   }
   EXPECT_EQ(drawn, expected);
+}
+
+TEST(ProgressTest, TerminalThatWasStoppedIsNotWaitedFor) {
+  const host_test::ScopedVariable kind("TERM", "xterm");
+  int master = -1;
+  int slave = -1;
+  ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
+  const Descriptor screen(master);
+  const Descriptor terminal(slave);
+  ASSERT_EQ(tcflow(slave, TCOOFF), 0);
+  ProgressLine line(slave);
+  EXPECT_TRUE(line.isVisible());
+  line.show("abc");
+  pollfd arrival{master, POLLIN, 0};
+  EXPECT_EQ(poll(&arrival, 1, 0), 0);
 }
 
 }  // namespace

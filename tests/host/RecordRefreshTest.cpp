@@ -269,9 +269,19 @@ TEST_F(RecordRefreshTest, TheServersStatusMakesAnyErrorATransientOne) {
       session->answerWith({status, body});
       const Printed printed = runToken({google});
       EXPECT_EQ(printed.status, host::kTryAgainLater) << status << body << printed.error;
-      EXPECT_THAT(printed.error, HasSubstr("ry again later."));
+      EXPECT_THAT(printed.error, AllOf(HasSubstr("ry again later."), Not(HasSubstr("cannot be"))));
     }
   }
+}
+
+TEST_F(RecordRefreshTest, ALongRefusalIsCutWithoutLeavingAPartOfTheTokenThatItEchoes) {
+  install();
+  store(google, record("old-access", "a-refresh-token-of-some-length", 3600, 3600));
+  const std::string refusal = std::string(290, '-') + "a-refresh-token-of-some-length";
+  session->answerWith({400, R"({"error":"invalid_grant","error_description":")" + refusal + "\"}"});
+  const Printed printed = runToken({google});
+  EXPECT_EQ(printed.status, host::kSignInNeeded);
+  EXPECT_THAT(printed.error, AllOf(HasSubstr("{length"), Not(HasSubstr("a-ref"))));
 }
 
 TEST_F(RecordRefreshTest, RetryAfterIsSaid) {

@@ -5,8 +5,10 @@
 #include "QVROAuth2Client/QVROAuth2Client.h"
 #include "host/Secrets.h"
 #include "host/Setup.h"
+#include "host/Wait.h"
 #include "src/platform/World.h"
 #include "tests/host/CommandTest.h"
+#include "tests/host/ScopedDeadline.h"
 
 namespace host_test {
 namespace {
@@ -69,6 +71,35 @@ TEST_F(SetupTest, InstallsNothingWhenItFails) {
   ASSERT_TRUE(host::installHost(configuration, seams));
   configuration.endpoints.certificateAuthorityFile.clear();
   EXPECT_FALSE(host::installHost(configuration, seams)) << "a second time would raise";
+}
+
+// What is told when a request is answered, by a session that was installed as it is now.
+std::string toldOfARequest(const host::Configuration& configuration, host::Seams seams) {
+  const auto session = qvr::makeRef<AnsweringSession>();
+  session->answerWith({200, R"({"access_token":"token-of-the-answer"})", 0});
+  seams.urlSession = session;
+  return collect([&] {
+           EXPECT_FALSE(host::installHost(configuration, std::move(seams)));
+           const host::Outcome<bool> handled;
+           const auto task = host::urlSession()->dataTask(
+               qvr::URLRequest(*qvr::URL::URLWithString("https://token.test/token")),
+               [handled](auto data, auto*, auto) { handled.deliver(data.has_value()); });
+           task->resume();
+           EXPECT_EQ(handled.wait(30), true);
+           return 0;
+         })
+      .error;
+}
+
+TEST_F(SetupTest, TellsOfRequestsAndAnswersWhenStepsAreShown) {
+  const ScopedSteps steps;
+  EXPECT_THAT(toldOfARequest(configuration, seams),
+              AllOf(HasSubstr("request 1: GET https://token.test/token\n"),
+                    HasSubstr("{access_token: {length = 19}}"), Not(HasSubstr("token-of-the"))));
+}
+
+TEST_F(SetupTest, TellsOfNoRequestOtherwise) {
+  EXPECT_EQ(toldOfARequest(configuration, seams), "");
 }
 
 }  // namespace

@@ -92,6 +92,14 @@ TEST_F(CurlSessionErrorTest, TellsABodyThatBreaksOff) {
     expectFailureAfter(rawAnswer(reply), qvr::NSURLErrorNetworkConnectionLost, kLost);
 }
 
+// Not an empty answer, which would be one that cannot be read.
+TEST_F(CurlSessionErrorTest, TellsHeadersThatBreakOff) {
+  const char* const replies[] = {"HTTP/1.1 200 OK\r\n", "HTTP/1.1 200 OK\r\nContent",
+                                 "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK\r\nA: b\r\n"};
+  for (const char* const reply : replies)
+    expectFailureAfter(rawAnswer(reply), qvr::NSURLErrorNetworkConnectionLost, kLost);
+}
+
 TEST_F(CurlSessionErrorTest, TellsAReplyThatIsNotHTTP) {
   const char* const replies[] = {"220 mail.example ESMTP\r\n", "\x16\x03\x01garbage",
                                  "HTTP/7.3 200 OK\r\n\r\n", "<html></html>"};

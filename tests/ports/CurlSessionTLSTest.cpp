@@ -151,6 +151,13 @@ TEST_F(CurlSessionTLSTest, SpeaksHTTP2WhereItIsOffered) {
   EXPECT_EQ(reply.body(), "HTTP/2 connection 1");
 }
 
+TEST_F(CurlSessionTLSTest, KeepsToHTTP11WhenToldTo) {
+  const HTTP2Server modern(certificates.valid());
+  options.usesHTTP2 = false;
+  trust(certificates.authorityFile());
+  EXPECT_EQ(get(modern.url()).body(), "HTTP/1.1");
+}
+
 TEST_F(CurlSessionTLSTest, ReusesTheHTTP2Connection) {
   const HTTP2Server modern(certificates.valid());
   for (int i = 0; i < 5; ++i)

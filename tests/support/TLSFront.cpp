@@ -120,6 +120,11 @@ def serve(connection):
     body = b"HTTP/2 connection %d" % connections
     tls = context.wrap_socket(connection, server_side=True)
     stream_of_bytes = tls.makefile("rb")
+    if tls.selected_alpn_protocol() != "h2":
+        while stream_of_bytes.readline() not in (b"\r\n", b""):
+            pass
+        tls.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 8\r\n\r\nHTTP/1.1")
+        return tls.close()
     stream_of_bytes.read(24)  # the client's preface
     tls.sendall(frame(SETTINGS, 0, 0))
     waiting = []

@@ -34,8 +34,9 @@ class TLSFront {
   std::uint16_t port_;
 };
 
-// Offers HTTP/2 over TLS and nothing else. Every request is answered 200 with a body that counts
-// the connections so far: "HTTP/2 connection 1".
+// Offers HTTP/2 over TLS. Every request is answered 200 with a body that counts the connections so
+// far: "HTTP/2 connection 1". A client that does not speak HTTP/2 gets one answer over HTTP/1.1:
+// "HTTP/1.1".
 class HTTP2Server {
  public:
   enum class Policy {

@@ -30,6 +30,10 @@ struct URLSessionOptions {
 
   // A PEM file of trusted certificates in place of the system's; empty for the system's.
   std::string certificateAuthorityFile{};
+
+  // False keeps to HTTP/1.1, over which a task knows for certain that nothing of its answer has
+  // arrived (see URLSessionDataTask::countOfBytesReceived()).
+  bool usesHTTP2 = true;
 };
 
 // HTTPS by libcurl, which is loaded with the first task that is resumed.
@@ -47,6 +51,9 @@ struct EncryptedFileKeychainOptions {
 
   // When present, the key is derived from it by argon2id, with a salt kept in the folder.
   Text passphrase{};
+
+  // Seconds to wait while another process writes, before errSecNotAvailable.
+  double lockTimeoutSeconds = 10;
 };
 
 // One sealed file per item. Writes are atomic and durable, and safe between processes.

@@ -11,6 +11,10 @@ using testing::HasSubstr;
 
 constexpr int kSocketError = 2;  // fetchmail's exit status
 
+// "user=alice@example.com", "auth=Bearer refused", each with the mechanism's separator, in base64.
+constexpr const char* kRefusedLogin =
+    "dXNlcj1hbGljZUBleGFtcGxlLmNvbQFhdXRoPUJlYXJlciByZWZ1c2VkAQE=";
+
 class FetchmailTest : public MailTest {
  protected:
   FetchmailTest() {
@@ -45,7 +49,7 @@ TEST_P(FetchmailTest, FetchesNothingWithoutAToken) {
 
 // The server then waits for an answer, and fetchmail for the server.
 TEST_P(FetchmailTest, GivesUpAfterItsTimeOutWhenTheTokenIsRefused) {
-  printARefusedToken();
+  printARefusedToken(kRefusedLogin);
   const Result result = fetch("4");
   EXPECT_EQ(result.status, kSocketError) << result.error;
   EXPECT_TRUE(server.waitForLog("oauth2 failed")) << server.log();

@@ -66,8 +66,8 @@ Result MailTest::onTerminal(const std::vector<std::string>& steps,
   return client(all, 25);
 }
 
-void MailTest::printARefusedToken() {
-  const std::string path = folder.write("refused", "#!/bin/sh\necho refused\n");
+void MailTest::printARefusedToken(const std::string& text) {
+  const std::string path = folder.write("refused", "#!/bin/sh\necho " + text + "\n");
   std::filesystem::permissions(path, std::filesystem::perms::owner_all);
   std::filesystem::rename(path, folder.file("bin/qvr-oauth2"));
 }

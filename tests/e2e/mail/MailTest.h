@@ -35,8 +35,8 @@ class MailTest : public CommandTest {
   // Puts the one letter into the user's inbox.
   void deliver() { server.deliver(kUser, kSubject, kText); }
 
-  // From now on the programs find a command that prints what is no token of the server's.
-  void printARefusedToken();
+  // From now on the programs find a command that prints this, which is no token of the server's.
+  void printARefusedToken(const std::string& text = "refused");
 
   // Everything in the files below a folder of the home.
   std::string filesBelow(const std::string& path) const;

@@ -1,4 +1,5 @@
 // Makes a throw-away certificate authority and the certificates it signs, with the openssl command.
+// They are valid from some days ago, for tests that set the clock back.
 //
 // Beside the one good server certificate there are three that a careful client must refuse; they
 // let a test see that it really does.
@@ -21,7 +22,6 @@ certificate = ca.pem
 private_key = ca.key
 rand_serial = yes
 default_md = sha256
-default_days = 7
 policy = any_subject
 unique_subject = no
 copy_extensions = none
@@ -58,18 +58,28 @@ function openssl(directory, ...words) {
   }
 }
 
+const VALIDITY_DAYS = 7; // before and after now
+
+// As openssl takes it: YYYYMMDDHHMMSSZ.
+function dateInDays(days) {
+  const date = new Date(Date.now() + days * 24 * 60 * 60 * 1000);
+  return `${date.toISOString().replace(/\..*|[-:T]/g, '')}Z`;
+}
+
+const USUAL_DATES = ['-startdate', dateInDays(-VALIDITY_DAYS), '-enddate', dateInDays(VALIDITY_DAYS)];
+
 function makeSelfSigned(directory, name, subject, extensions) {
   openssl(directory, 'req', '-x509', '-config', 'openssl.cnf', ...NEW_KEY, '-days', '7',
     '-subj', `/CN=${subject}`, '-extensions', extensions,
     '-keyout', `${name}.key`, '-out', `${name}.pem`);
 }
 
-function makeSigned(directory, name, extensions, dates = []) {
+function makeSigned(directory, name, extensions, dates = USUAL_DATES, ...signer) {
   const request = `${name}.csr`;
   openssl(directory, 'req', '-new', '-config', 'openssl.cnf', ...NEW_KEY,
     '-subj', `/CN=${name}`, '-keyout', `${name}.key`, '-out', request);
   openssl(directory, 'ca', '-batch', '-notext', '-config', 'openssl.cnf',
-    '-extensions', extensions, ...dates, '-in', request, '-out', `${name}.pem`);
+    '-extensions', extensions, ...dates, ...signer, '-in', request, '-out', `${name}.pem`);
   rmSync(join(directory, request));
 }
 
@@ -79,7 +89,7 @@ export function makeCertificates(directory) {
   chmodSync(directory, 0o700);
   writeFileSync(join(directory, 'openssl.cnf'), CONFIGURATION);
   writeFileSync(join(directory, 'signed', 'index.txt'), '');
-  makeSelfSigned(directory, 'ca', 'QVROAuth2Client test authority', 'authority_extensions');
+  makeSigned(directory, 'ca', 'authority_extensions', USUAL_DATES, '-selfsign');
   makeSigned(directory, 'server', 'loopback');
   makeSigned(directory, 'otherhost', 'other');
   makeSigned(directory, 'expired', 'loopback',

@@ -3,8 +3,13 @@
 //   GET  /counts      {google: {authorize, codeExchanges, refreshes, revocations, failures,
 //                     elsewhere}, microsoft: {...}}: requests that came, whatever the answer was;
 //                     failures are those answered with 400 and above or made to fail by a fault
-//   POST /reset       zeroes the counts, drops the faults, restores the settings
-//   POST /faults      {provider, endpoint, kind, times, ...}: see faults.mjs
+//   GET  /secrets     {secrets: [{kind, text}, ...]}: what they heard and issued, see secrets.mjs
+//   POST /reset       zeroes the counts, drops the faults, restores the settings, lets through
+//                     what is held
+//   POST /faults      {provider, endpoint, kind, times, after, ...}: see faults.mjs
+//   POST /held        {provider, count, seconds}: answers once so many requests (1) are held by the
+//                     fault "hold", and fails after so many seconds (20)
+//   POST /release     {provider}: lets through what is held, and says {released: how many}
 //   POST /settings    {provider, accessTokenSeconds and/or certificate}
 //   POST /introspect  {provider, token}
 //   POST /shutdown
@@ -40,8 +45,12 @@ function makeCommands(faces, shutDown) {
   const all = Object.values(faces);
   return {
     'GET /counts': () => Object.fromEntries(all.map((face) => [face.name, face.counts])),
+    'GET /secrets': () => ({ secrets: all.flatMap((face) => face.secrets.list()) }),
     'POST /reset': () => { all.forEach((face) => face.reset()); },
     'POST /faults': ({ provider, ...fault }) => { faceOf({ provider }).faults.add(fault); },
+    'POST /held': ({ count = 1, seconds = 20, ...wanted }) =>
+      faceOf(wanted).gate.waitFor(count, seconds),
+    'POST /release': (wanted) => ({ released: faceOf(wanted).gate.open() }),
     'POST /settings': (wanted) => { changeSettings(faceOf(wanted), wanted); },
     'POST /introspect': (wanted) => faceOf(wanted).introspect(String(wanted.token)),
     'POST /shutdown': () => { shutDown('asked to'); },

@@ -9,9 +9,11 @@ import Provider from 'oidc-provider';
 
 import { readBody, withBody } from './body.mjs';
 import { configurationOf, PROFILES } from './configuration.mjs';
-import { Faults, misbehave } from './faults.mjs';
+import { befallsTheAnswer, Faults, isFailure, lieInWait, misbehave } from './faults.mjs';
+import { Gate } from './gate.mjs';
 import { listen } from './listen.mjs';
 import { errorPage, serveInteraction } from './pages.mjs';
+import { Secrets } from './secrets.mjs';
 import { adaptAuthorization, completeRevocation, takeClientSecret } from './shim.mjs';
 
 const NO_COUNTS = {
@@ -23,6 +25,7 @@ export class Face {
   #callback;
   #certificate = 'server';
   #certificateFolder;
+  #connections = new Map();
   #defaults;
   #provider;
   #routes;
@@ -32,10 +35,13 @@ export class Face {
     this.name = name;
     this.registration = registration;
     this.faults = new Faults();
+    this.secrets = new Secrets();
+    this.gate = new Gate();
     this.#certificateFolder = directory;
     this.#defaults = { accessTokenSeconds };
     this.#routes = PROFILES[name].routes;
     this.#server = createServer({ ...this.#keyAndCertificate(), keepAliveTimeout: 65000 });
+    this.#server.on('connection', (socket) => this.#remember(socket));
     this.#start();
   }
 
@@ -56,6 +62,7 @@ export class Face {
 
   reset() {
     this.faults.clear();
+    this.gate.open();
     this.#start();
     this.useCertificate('server');
   }
@@ -93,6 +100,7 @@ export class Face {
   }
 
   async #serve(request, response) {
+    this.secrets.watch(response);
     try {
       await this.#route(request, response);
     } catch (error) {
@@ -120,7 +128,7 @@ export class Face {
   }
 
   async #serveToken(request, response) {
-    const form = new URLSearchParams((await readBody(request)).toString());
+    const form = this.secrets.heard(new URLSearchParams((await readBody(request)).toString()));
     const counted = COUNTED_GRANTS[form.get('grant_type')];
     if (counted) this.counts[counted] += 1;
     if (await this.#suffer('token', response)) return undefined;
@@ -129,7 +137,7 @@ export class Face {
   }
 
   async #serveRevocation(request, response) {
-    const form = new URLSearchParams((await readBody(request)).toString());
+    const form = this.secrets.heard(new URLSearchParams((await readBody(request)).toString()));
     this.counts.revocations += 1;
     if (await this.#suffer('revoke', response)) return undefined;
     completeRevocation(form, this.registration);
@@ -137,10 +145,24 @@ export class Face {
   }
 
   async #suffer(endpoint, response) {
-    const fault = this.faults.take(endpoint);
-    if (!fault || !await misbehave(fault, response)) return false;
-    this.counts.failures += 1;
-    return true;
+    const fault = this.secrets.echoedIn(this.faults.take(endpoint));
+    if (!fault) return false;
+    if (isFailure(fault)) this.counts.failures += 1;
+    const means = { gate: this.gate, reset: (socket) => this.#resetConnection(socket) };
+    if (!befallsTheAnswer(fault)) return misbehave(fault, response, means);
+    lieInWait(fault, response, means);
+    return false;
+  }
+
+  // The TCP connections by the client's port: a TLS socket cannot be reset, only the one below it.
+  #remember(socket) {
+    const port = socket.remotePort;
+    this.#connections.set(port, socket);
+    socket.once('close', () => this.#connections.delete(port));
+  }
+
+  #resetConnection({ remotePort }) {
+    this.#connections.get(remotePort)?.resetAndDestroy();
   }
 
   #refuseClient(response) {

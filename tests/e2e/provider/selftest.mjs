@@ -3,6 +3,7 @@
 
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
+import { X509Certificate } from 'node:crypto';
 import { once } from 'node:events';
 import { existsSync, mkdtempSync, readFileSync, rmSync, statSync } from 'node:fs';
 import { tmpdir } from 'node:os';
@@ -220,7 +221,7 @@ test('faults that answer do so in their own way, as often as asked', DEADLINE, a
 
 test('faults that cut the connection or never answer leave the client without one', DEADLINE,
   async () => {
-    for (const kind of ['close', 'close-half']) {
+    for (const kind of ['close', 'close-half', 'reset']) {
       await client.fault('microsoft', 'token', kind);
       await assert.rejects(client.refresh('microsoft', 'unknown'), { code: 'ECONNRESET' }, kind);
     }
@@ -229,6 +230,57 @@ test('faults that cut the connection or never answer leave the client without on
     await assert.rejects(client.refresh('microsoft', 'unknown', impatient),
       { name: /Abort|Timeout/ });
   });
+
+test('a held request gets its normal answer once it is let through', DEADLINE, async () => {
+  const tokens = await client.signIn('google');
+  for (const [after, isConsumed] of [[false, false], [true, true]]) {
+    await client.fault('google', 'token', 'hold', { after });
+    const answered = client.refresh('google', tokens.refresh_token);
+    await client.control('POST', 'held', { provider: 'google' });
+    const { consumed } = await client.introspect('google', tokens.refresh_token);
+    assert.equal(consumed, isConsumed, 'whether the server had rotated the token by then');
+    assert.deepEqual(await client.control('POST', 'release', { provider: 'google' }),
+      { released: 1 });
+    const response = await answered;
+    assert.equal(response.status, 200, response.body);
+    Object.assign(tokens, response.json());
+  }
+  assert.equal((await client.countsOf('google')).failures, 0);
+});
+
+test('waiting for held requests ends when they do not come', DEADLINE, async () => {
+  await assert.rejects(client.control('POST', 'held', { provider: 'google', seconds: 0.1 }),
+    /0 requests are held after 0.1 seconds/);
+  assert.deepEqual(await client.control('POST', 'release', { provider: 'google' }),
+    { released: 0 });
+});
+
+test('an answer can be cut, trickle, or be lost after the token was rotated', DEADLINE, async () => {
+  const lost = { code: 'ECONNRESET' };
+  const { refresh_token: first } = await client.signIn('google');
+  await client.fault('google', 'token', 'partial', { bytes: 10, body: '{"access_token":"x"}' });
+  await assert.rejects(client.refresh('google', 'unknown'), lost);
+  await client.fault('google', 'token', 'trickle', { ms: 1 });
+  const second = (await client.refresh('google', first)).json();
+  assert.equal(second.expires_in, 3600);
+  await client.fault('google', 'token', 'reset', { after: true });
+  await assert.rejects(client.refresh('google', second.refresh_token), lost);
+  assert.equal((await client.introspect('google', second.refresh_token)).consumed, true);
+});
+
+test('an answer can name another account in its ID token', DEADLINE, async () => {
+  const claimsOf = ({ id_token: token }) =>
+    JSON.parse(Buffer.from(token.split('.')[1], 'base64url'));
+  for (const name of BOTH) {
+    const tokens = await client.signIn(name);
+    await client.fault(name, 'token', 'account', { sub: 'bob@example.com' });
+    const response = await client.refresh(name, tokens.refresh_token);
+    assert.equal(response.status, 200);
+    assert.equal(claimsOf(tokens).sub, USER);
+    assert.deepEqual(claimsOf(response.json()),
+      { ...claimsOf(response.json()), sub: 'bob@example.com', iss: claimsOf(tokens).iss });
+  }
+});
 
 test('a delayed request gets its normal answer later', DEADLINE, async () => {
   const tokens = await client.signIn('google');
@@ -252,6 +304,7 @@ test('the control port refuses what makes no sense', DEADLINE, async () => {
     faults: [{ provider: 'google', endpoint: 'token', kind: 'sulk' },
       { provider: 'google', endpoint: 'kitchen', kind: 'hang' },
       { provider: 'nobody', endpoint: 'token', kind: 'hang' },
+      { provider: 'google', endpoint: 'token', kind: 'partial' },
       { provider: 'google', endpoint: 'token', kind: 'hang', times: 0 }],
     settings: [{ provider: 'google', accessTokenSeconds: 'many' },
       { provider: 'google', certificate: '../ca' }],
@@ -282,6 +335,13 @@ test('the bad certificates are bad, each in its own way', DEADLINE, async () => 
   assert.equal(await verificationError('google', 'expired'), 'CERT_HAS_EXPIRED');
   assert.equal(await verificationError('google', 'selfsigned'), 'DEPTH_ZERO_SELF_SIGNED_CERT');
   assert.equal(await verificationError('google', 'otherhost'), 'ERR_TLS_CERT_ALTNAME_INVALID');
+});
+
+test('the good certificate serves a clock that is some days off', () => {
+  const { validFrom, validTo } = new X509Certificate(readFileSync(join(folder, 'server.pem')));
+  const daysFromNow = (date) => (Date.parse(date) - Date.now()) / (24 * 60 * 60 * 1000);
+  assert.ok(daysFromNow(validFrom) < -2);
+  assert.ok(daysFromNow(validTo) > 2);
 });
 
 test('the working folder is closed to others', () => {
