@@ -146,7 +146,9 @@ std::string narratedURL(const qvr::URL& url) {
   std::string text = url.scheme().value_or("") + ":";
   if (const qvr::Text host = url.host()) text += "//" + narratedValue(*host);
   if (url.port()) text += ":" + std::to_string(*url.port());
-  text += narratedValue(url.path().value_or(""));
+  const std::string path = url.path().value_or("");
+  // What was pasted of a redirect without its beginning is all path, the code in it.
+  text += path.find('=') == std::string::npos ? narratedValue(path) : lengthOf(path);
   const qvr::Text query = url.query();
   return query ? text + "?(" + narratedFields(*query) + ")" : text;
 }

@@ -12,13 +12,16 @@ namespace host {
 namespace {
 
 // The library makes the verifier itself and shows it to nobody but the server, which may echo it in
-// an error's text. It needs no decoding: its characters are unreserved (RFC 7636 section 4.1).
+// an error's text. Its value in the form is percent-decoded by way of a path, which a URL reports
+// decoded; no character of a verifier would end the path early (RFC 7636 section 4.1).
 void keepVerifierSecret(const qvr::Data& form) {
   constexpr std::string_view kField = "code_verifier=";
   const auto start = std::search(form.begin(), form.end(), kField.begin(), kField.end());
   if (start == form.end()) return;
   const auto value = start + static_cast<std::ptrdiff_t>(kField.size());
-  keepSecret(std::string(value, std::find(value, form.end(), '&')));
+  const std::string path = "/" + std::string(value, std::find(value, form.end(), '&'));
+  const auto url = qvr::URL::URLWithString("x:" + path);
+  keepSecret((url ? url->path() : std::nullopt).value_or(path).substr(1));
 }
 
 }  // namespace

@@ -58,6 +58,10 @@ TEST(NarratedURLTest, IsSchemeHostPathAndFields) {
   EXPECT_EQ(narrated("com.example:/oauth2?code=abc"), "com.example:/oauth2?(code={length = 3})");
 }
 
+TEST(NarratedURLTest, ShowsAPathThatHoldsAFieldByItsLength) {
+  EXPECT_EQ(narratedURL(*qvr::URL::URLWithString("code=4/abcdefgh")), ":{length = 15}");
+}
+
 TEST(NarratedJSONTest, MembersAreNamedAndHarmlessOnesShown) {
   EXPECT_EQ(
       narratedJSON(R"({"access_token":"abc","expires_in":3599,"token_type":"Bearer",)"
