@@ -8,8 +8,8 @@ install(DIRECTORY include/QVROAuth2Client TYPE INCLUDE)
 
 # zsh looks into site-functions below /usr/local everywhere, and below /usr but for Debian, whose packages
 # have vendor-completions there instead: such a package sets this to share/zsh/vendor-completions.
-set(QVR_ZSH_COMPLETIONS ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE PATH
-    "The folder of the completion for zsh")
+set(QVR_ZSH_COMPLETIONS ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING
+    "The folder of the completion for zsh, below the prefix if it is relative")
 if(QVR_BUILD_HOST)
   install(TARGETS qvr-oauth2)
   install(FILES docs/man/qvr-oauth2.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

@@ -1,13 +1,12 @@
 #include "host/AccountLock.h"
 
-#include <fcntl.h>
-
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <string>
 #include <utility>
 
+#include "host/Deadline.h"
 #include "host/HashedName.h"
 #include "host/Paths.h"
 #include "host/Signals.h"
@@ -37,23 +36,43 @@ Failure busy(const Account& account) {
                               " and does not come to an end: try again later."};
 }
 
+// The path of the lock file, in a folder that was made for it.
+std::variant<std::string, Failure> lockPath(const Account& account) {
+  const std::string folder = runtimeFolder();
+  if (auto failure = makePrivateFolder(folder)) return *failure;
+  return folder + "/" + lockName(account);
+}
+
 }  // namespace
 
 AccountLock::AccountLock(FileLock lock) : lock_(std::move(lock)) {}
 
+std::optional<Failure> AccountLock::problem(const Account& account) {
+  const auto path = lockPath(account);
+  if (const auto* failure = std::get_if<Failure>(&path)) return *failure;
+  if (openLockFile(std::get<std::string>(path))) return std::nullopt;
+  return cannotLock(std::get<std::string>(path));
+}
+
+// The folder of a session may be cleared while one waits.
 std::variant<AccountLock, Failure> AccountLock::acquire(const Account& account) {
-  const std::string folder = runtimeFolder();
-  if (auto failure = makePrivateFolder(folder)) return *failure;
-  const std::string path = folder + "/" + lockName(account);
-  Descriptor file(
-      open(path.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
-  if (!file) return cannotLock(path);
-  step("waiting for the account's lock " + path);
   const TerminationAllowed allowed;
-  auto lock = FileLock::acquire(std::move(file), FileLock::Kind::kExclusive, kDeadline);
-  if (!lock) return busy(account);
-  step("the account's lock was taken");
-  return AccountLock(std::move(*lock));
+  const auto end = deadlineAfter(kDeadline);
+  for (;;) {
+    auto path = lockPath(account);
+    if (auto* failure = std::get_if<Failure>(&path)) return *failure;
+    const auto& name = std::get<std::string>(path);
+    Descriptor file = openLockFile(name);
+    if (!file) return cannotLock(name);
+    step("waiting for the account's lock " + name);
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+    auto lock = FileLock::acquire(std::move(file), FileLock::Kind::kExclusive, left);
+    if (!lock) return busy(account);
+    if (!lock->isAt(name)) continue;
+    step("the account's lock was taken");
+    return AccountLock(std::move(*lock));
+  }
 }
 
 }  // namespace host

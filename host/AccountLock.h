@@ -5,6 +5,7 @@
 // It lies on a file of its own for each account in the runtime folder, which stays there.
 #pragma once
 
+#include <optional>
 #include <variant>
 
 #include "host/Account.h"
@@ -19,6 +20,9 @@ class AccountLock {
   // so meanwhile. Fails with kTryAgainLater at the deadline, and with kFailed when there is no
   // private folder for the lock.
   static std::variant<AccountLock, Failure> acquire(const Account& account);
+
+  // Why acquire() would fail whoever has the lock: for work that must not be begun in vain.
+  static std::optional<Failure> problem(const Account& account);
 
  private:
   explicit AccountLock(FileLock lock);

@@ -6,6 +6,7 @@
 #include <optional>
 #include <variant>
 
+#include "host/Console.h"
 #include "host/FileReading.h"
 #include "host/FileWriting.h"
 #include "host/HashedName.h"
@@ -34,8 +35,14 @@ void noteSubject(const std::string& bundleIdentifier, const Account& account,
                  const std::string& subject) {
   const auto path = notePath(bundleIdentifier, account);
   if (!path) return step("whose token it is cannot be noted: there is no home folder");
-  if (const auto failure = replaceFile(*path, noteOf(subject)))
-    step("whose token it is cannot be noted: " + failure->sentence);
+  const auto failure = replaceFile(*path, noteOf(subject));
+  if (!failure) return;
+  step("whose token it is cannot be noted: " + failure->sentence);
+  if (isAnotherSubject(bundleIdentifier, account, subject)) {
+    say("Warning: the note " + *path +
+        " of whose token this is cannot be replaced, and the next "
+        "refresh will be refused: remove it.");
+  }
 }
 
 // A note of another length was damaged, and proves nothing.

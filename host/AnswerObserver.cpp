@@ -1,5 +1,7 @@
 #include "host/AnswerObserver.h"
 
+#include <utility>
+
 #include "host/IdentityToken.h"
 #include "host/RetryAfter.h"
 #include "host/Setup.h"
@@ -23,13 +25,21 @@ ObservedAnswer observed(const qvr::Data& body, const qvr::HTTPURLResponse& respo
 AnswerObserver::AnswerObserver() : session_(urlSession()) {
   if (!session_) return;
   session_->setObserver(
-      [answer = answer_](const qvr::Data& body, const qvr::HTTPURLResponse& response) {
-        *answer = observed(body, response);
+      [note = note_](const qvr::Data& body, const qvr::HTTPURLResponse& response) {
+        ObservedAnswer answer = observed(body, response);
+        const std::lock_guard lock(note->mutex);
+        if (!note->isRead) note->answer = std::move(answer);
       });
 }
 
 AnswerObserver::~AnswerObserver() {
   if (session_) session_->setObserver(nullptr);
+}
+
+std::shared_ptr<const ObservedAnswer> AnswerObserver::answer() const {
+  const std::lock_guard lock(note_->mutex);
+  note_->isRead = true;
+  return {note_, &note_->answer};
 }
 
 }  // namespace host

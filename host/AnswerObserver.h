@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -24,6 +25,8 @@ struct ObservedAnswer {
 // While it lives, notes the last answer of the session that was installed. Answers are observed and
 // handled on one queue, so what was noted is there, complete, when the handler of the same answer
 // runs, and for whom that handler tells.
+//
+// Thread rule: one thread makes and asks it.
 class AnswerObserver {
  public:
   AnswerObserver();
@@ -31,12 +34,19 @@ class AnswerObserver {
   AnswerObserver(const AnswerObserver&) = delete;
   AnswerObserver& operator=(const AnswerObserver&) = delete;
 
-  // To be read once the handler has been called; then it no longer changes.
-  std::shared_ptr<const ObservedAnswer> answer() const { return answer_; }
+  // What has been noted. From the first call on it no longer changes: an answer that comes after
+  // the deadline, on another thread, is not noted.
+  std::shared_ptr<const ObservedAnswer> answer() const;
 
  private:
+  struct Note {
+    std::mutex mutex;
+    bool isRead = false;
+    ObservedAnswer answer;
+  };
+
   const qvr::Ref<ObservedSession> session_;
-  const std::shared_ptr<ObservedAnswer> answer_ = std::make_shared<ObservedAnswer>();
+  const std::shared_ptr<Note> note_ = std::make_shared<Note>();
 };
 
 }  // namespace host

@@ -32,7 +32,8 @@ bool canDraw(int descriptor) {
 }
 
 std::string coloured(Colour colour, std::string_view text, int descriptor) {
-  if (!canDraw(descriptor) || !variable("NO_COLOR").empty()) return std::string(text);
+  if (text.empty() || !canDraw(descriptor) || !variable("NO_COLOR").empty())
+    return std::string(text);
   return "\x1b[" + std::string(codeOf(colour)) + "m" + std::string(text) + "\x1b[0m";
 }
 

@@ -4,7 +4,6 @@
 
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "host/Account.h"
 #include "host/Configuration.h"

@@ -215,7 +215,7 @@ int config(const std::string& configurationPath) {
   try {
     return askAndWrite(configurationPath);
   } catch (const Abandoned&) {
-    if (secondsLeft(1) > 0) return report({kFailed, "Nothing was written."});
+    if (isTimeLeft()) return report({kFailed, "Nothing was written."});
     return report({kTryAgainLater, "Nobody answered in time: nothing was written."});
   }
 }

@@ -20,10 +20,9 @@ bool canBeChanged(const std::string& folder) {
 
 // Never the configuration itself where that can be replaced: whoever opens the new file has nothing
 // to do with a lock on the old one.
-Descriptor openLockFile(const std::string& path) {
+Descriptor openFile(const std::string& path) {
   const std::string file = linkTarget(path);
-  Descriptor lock(open((file + ".lock").c_str(),
-                       O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
+  Descriptor lock = openLockFile(file + ".lock");
   if (lock || canBeChanged(parentFolder(file))) return lock;
   return Descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
 }
@@ -47,7 +46,7 @@ Failure busy(ConfigurationLock::Kind kind) {
 
 std::variant<ConfigurationLock, Failure> ConfigurationLock::acquire(
     const std::string& path, Kind kind, std::chrono::milliseconds deadline) {
-  Descriptor file = openLockFile(path);
+  Descriptor file = openFile(path);
   if (!file) return cannotLock(path);
   auto lock = FileLock::acquire(std::move(file), kind, deadline);
   if (!lock) return busy(kind);

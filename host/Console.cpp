@@ -123,6 +123,13 @@ std::string printable(std::string_view text) {
   return result;
 }
 
+std::string shortened(std::string_view text, std::size_t bytes) {
+  if (text.size() <= bytes) return std::string(text);
+  while (bytes > 0 && (text[bytes] & 0xc0) == 0x80)
+    --bytes;
+  return std::string(text.substr(0, bytes)) + "...";
+}
+
 // The URL's percent decoding knows what UTF-8 is.
 bool isUTF8(std::string_view text) {
   constexpr char kHexDigits[] = "0123456789ABCDEF";

@@ -52,4 +52,7 @@ std::string printable(std::string_view text);
 
 bool isUTF8(std::string_view text);
 
+// The text, cut to so many bytes at most and "...", never inside a character of UTF-8.
+std::string shortened(std::string_view text, std::size_t bytes);
+
 }  // namespace host

@@ -28,8 +28,16 @@ void clearDeadline() {
   commandDeadline = kNever;
 }
 
+void allowAtLeast(double seconds) {
+  commandDeadline = std::max<double>(commandDeadline, steadyNow() + seconds);
+}
+
 double secondsLeft(double limit) {
   return std::clamp(commandDeadline - steadyNow(), 0.0, limit);
+}
+
+bool isTimeLeft() {
+  return secondsLeft(1) > 0;
 }
 
 std::chrono::milliseconds timeLeft(std::chrono::milliseconds limit) {

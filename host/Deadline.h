@@ -1,7 +1,7 @@
 // The time that the whole command may take, as `--timeout` says: whoever waits asks here for how
 // long, so that no wait goes on after it.
 //
-// Thread rule: any thread; it is set before any other thread starts.
+// Thread rule: any thread asks; one thread sets it, before any other starts, and puts it off.
 #pragma once
 
 #include <chrono>
@@ -13,9 +13,14 @@ namespace host {
 void setDeadline(double seconds);
 void clearDeadline();  // for tests
 
+// Puts the end off, for what must not be left undone: there are at least so many seconds from now
+// on.
+void allowAtLeast(double seconds);
+
 // How long a wait may last that has a limit of its own: the smaller of that and what is left, and
-// never less than nothing.
+// never less than nothing. For work without a wait, whether anything is left.
 double secondsLeft(double limit);
+bool isTimeLeft();
 std::chrono::milliseconds timeLeft(std::chrono::milliseconds limit);
 
 // When such a wait, begun now, is over.

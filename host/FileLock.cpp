@@ -1,6 +1,8 @@
 #include "host/FileLock.h"
 
+#include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -31,15 +33,29 @@ bool tryLock(int file, FileLock::Kind kind) {
 
 }  // namespace
 
+Descriptor openLockFile(const std::string& path) {
+  constexpr int kFlags = O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+  Descriptor file(open(path.c_str(), O_RDWR | kFlags, 0600));
+  if (file) return file;
+  return Descriptor(open(path.c_str(), O_RDONLY | kFlags, 0600));
+}
+
 FileLock::FileLock(Descriptor file) : file_(std::move(file)) {}
 
 std::optional<FileLock> FileLock::acquire(Descriptor file, Kind kind, milliseconds deadline) {
-  const auto end = Clock::now() + timeLeft(deadline);
+  const auto end = deadlineAfter(deadline);
   for (milliseconds pause = kShortestPause;; pause = std::min(2 * pause, kLongestPause)) {
     if (tryLock(file.number(), kind)) return FileLock(std::move(file));
     if (Clock::now() >= end) return std::nullopt;
     std::this_thread::sleep_for(pause);
   }
+}
+
+bool FileLock::isAt(const std::string& path) const {
+  struct stat own = {};
+  struct stat named = {};
+  return fstat(file_.number(), &own) == 0 && stat(path.c_str(), &named) == 0 &&
+         own.st_dev == named.st_dev && own.st_ino == named.st_ino;
 }
 
 }  // namespace host

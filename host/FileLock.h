@@ -8,10 +8,16 @@
 
 #include <chrono>
 #include <optional>
+#include <string>
 
 #include "host/Descriptor.h"
 
 namespace host {
+
+// Opens the file of a lock, and makes it, for the user alone, when it is not there; no symbolic
+// link is followed. It is empty and stays so, and is open for writing where it can be, since some
+// network file systems give no lock otherwise. On failure errno tells why.
+Descriptor openLockFile(const std::string& path);
 
 class FileLock {
  public:
@@ -27,6 +33,9 @@ class FileLock {
 
   // Holds nothing.
   FileLock() = default;
+
+  // False when the file has lost its name since it was opened: others then lock another file.
+  bool isAt(const std::string& path) const;
 
  private:
   explicit FileLock(Descriptor file);

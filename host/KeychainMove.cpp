@@ -1,6 +1,5 @@
 #include "host/KeychainMove.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "host/Configuration.h"
@@ -43,7 +42,7 @@ std::string accountText(const KeychainItemName& name) {
 
 // Between two items, which is where one can stop.
 std::optional<Failure> noTimeLeft() {
-  if (secondsLeft(1) > 0) return std::nullopt;
+  if (isTimeLeft()) return std::nullopt;
   return Failure{kTryAgainLater, "The time that --timeout gives is over: give more."};
 }
 

@@ -1,6 +1,5 @@
 #include "host/Keychains.h"
 
-#include <optional>
 #include <string>
 #include <utility>
 
@@ -71,8 +70,8 @@ KeychainOrFailure makeKeychain(std::string_view kind, const Configuration::Keych
 qvr::SecretServiceState examineKeyring() {
   const qvr::SecretServiceState state = qvr::examineSecretService(keyringOptions());
   const bool isThere = state.kind != qvr::SecretServiceState::Kind::kAbsent;
-  step(std::string("the desktop's keyring is ") + (isThere ? "there " : "not there: ") +
-       state.reason);
+  step(std::string("the desktop's keyring is ") + (isThere ? "there" : "not there") +
+       (state.reason.empty() ? "" : ": " + state.reason));
   return state;
 }
 

@@ -7,6 +7,7 @@
 #include "QVROAuth2Client/QVROAuth2Error.h"
 #include "QVROAuth2Client/platform/KeychainItems.h"
 #include "QVROAuth2Client/platform/URLSession.h"
+#include "host/Console.h"
 #include "host/RetryAfter.h"
 #include "host/Secrets.h"
 #include "host/Setup.h"
@@ -125,12 +126,7 @@ string quotation(const string& said) {
   string text = withoutSecrets(said);
   std::replace_if(
       text.begin(), text.end(), [](unsigned char c) { return c < 0x20; }, ' ');
-  if (text.size() > kLongestQuotation) {
-    std::size_t end = kLongestQuotation;
-    while (end > 0 && (text[end] & 0xc0) == 0x80)
-      --end;  // not inside a character
-    text = text.substr(0, end) + "...";
-  }
+  text = shortened(text, kLongestQuotation);
   while (!text.empty() && std::strchr(" .", text.back()) != nullptr)
     text.pop_back();
   return text;
@@ -229,6 +225,17 @@ string sentenceFor(const qvr::Error& error, const Account& account, QVROAuth2Adv
   return "The command failed (" + withCode(error) + ").";
 }
 
+bool needsConsent(const qvr::ErrorPtr& error) {
+  return error && error->domain() == QVROAuth2ErrorDomain &&
+         findHint(kConsentHints, error->code()) != nullptr;
+}
+
+// The command with the configuration that it is to use.
+string programWith(const string& path) {
+  if (path.empty() || path == defaultConfigurationPath()) return "qvr-oauth2";
+  return "qvr-oauth2 --config " + shellQuoted(path);
+}
+
 // Says when to try again, where the sentence ends with "try again later." or says nothing.
 void addTime(Failure& failure, const ObservedAnswer& answer) {
   constexpr std::string_view kEnding = "ry again later.";
@@ -269,6 +276,7 @@ Failure failureForAnswer(const qvr::ErrorPtr& error, const Account& account,
                          const ObservedAnswer& answer) {
   if (!isTransientStatus(answer.statusCode)) {
     Failure failure = failureForError(error, account);
+    if (needsConsent(error)) failure.status = kSignInNeeded;
     if (failure.status == kTryAgainLater) addTime(failure, answer);
     return failure;
   }
@@ -298,8 +306,10 @@ string shellQuoted(std::string_view text) {
 }
 
 string commandLine(std::string_view command, const Account& account) {
-  return "`qvr-oauth2 " + string(command) + " " + account.provider + " " +
-         shellQuoted(account.username) + "`";
+  const bool isLikeAnOption = account.username.starts_with('-');
+  return "`" + programWith(configurationPath()) + " " + string(command) + " " +
+         (isLikeAnOption ? "-- " : "") + account.provider + " " + shellQuoted(account.username) +
+         "`";
 }
 
 string nameOf(const Account& account) {
@@ -314,9 +324,8 @@ string signInCommand(const Account& account) {
   return commandLine("sign-in", account);
 }
 
-string configCommand(const string& configurationPath) {
-  if (configurationPath == defaultConfigurationPath()) return "`qvr-oauth2 config`";
-  return "`qvr-oauth2 --config " + shellQuoted(configurationPath) + " config`";
+string configCommand(const string& path) {
+  return "`" + programWith(path) + " config`";
 }
 
 }  // namespace host

@@ -21,7 +21,8 @@ int exitStatusForError(const qvr::ErrorPtr& error);
 Failure failureForError(const qvr::ErrorPtr& error, const Account& account);
 
 // The same for an error that an answer of the provider led to: whatever its text says, the answer's
-// status can tell that it is a passing one, and its Retry-After when to try again.
+// status can tell that it is a passing one, and its Retry-After when to try again. What a new
+// sign-in, with other consent or another policy, would mend is kSignInNeeded.
 Failure failureForAnswer(const qvr::ErrorPtr& error, const Account& account,
                          const ObservedAnswer& answer);
 

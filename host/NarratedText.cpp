@@ -128,8 +128,7 @@ void keepSecrets(const simdjson::dom::object& object) {
 
 std::string narratedValue(std::string_view text) {
   if (holdsSecret(std::string(text))) return lengthOf(text);
-  const std::string shown = printable(text);
-  return shown.size() <= kLongestValue ? shown : shown.substr(0, kLongestValue) + "...";
+  return shortened(printable(text), kLongestValue);
 }
 
 std::string narratedFields(std::string_view fields) {

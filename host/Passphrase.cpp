@@ -125,7 +125,9 @@ std::variant<std::string, Failure> commandOutput(const std::string& command) {
   const Failure failure = {
       kFailed,
       "The keychain's passphrase_command printed no passphrase: run it by hand to see why."};
-  const Failure late = {kTryAgainLater, "The keychain's passphrase_command did not end in time."};
+  const Failure late = {kTryAgainLater,
+                        "The keychain's passphrase_command did not end in time: run it by hand "
+                        "to see why."};
   step("running the keychain's passphrase_command");
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return failure;
@@ -178,7 +180,8 @@ std::variant<std::string, Failure> askHidden(std::string_view prompt) {
       readUntilEnd(terminal.number(), interruption.fileDescriptor(), deadline, true, &text);
   const bool isLate = !complete && errno == ETIMEDOUT;
   writeAll(terminal.number(), "\n");
-  if (isLate) return Failure{kTryAgainLater, "Nobody typed anything in time."};
+  if (isLate)
+    return Failure{kTryAgainLater, "Nobody typed anything in time: run the command again."};
   if (!complete) return Failure{kFailed, "Nothing was typed."};
   return firstLine(text);
 }

@@ -3,6 +3,7 @@
 #include <csignal>
 
 #include "host/Console.h"
+#include "host/Deadline.h"
 #include "host/Signals.h"
 
 namespace host {
@@ -14,6 +15,7 @@ constexpr double kLastSeconds = 5;
 }  // namespace
 
 Event waitForPendingRequest(int arrival, double seconds) {
+  allowAtLeast(kLeastRequestSeconds);
   const SignalWatch signals;
   Event event = waitForEvent(arrival, signals.fileDescriptor(), seconds);
   const int number = event == Event::kSignal ? takeSignal(signals.fileDescriptor()) : 0;

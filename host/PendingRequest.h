@@ -8,6 +8,10 @@
 
 namespace host {
 
+// A request gets at least so many seconds, however little of the command's own time is left when it
+// is sent (see Deadline.h).
+inline constexpr double kLeastRequestSeconds = 5;
+
 // Waits for an answer, at most `seconds`. A signal that asks the command to end shortens the wait
 // to a few seconds, and a second one ends it; the signal is then pending again, and ends the
 // process when it may (see TerminationBlocked, whose scope this is to be called in).

@@ -7,6 +7,7 @@
 #include "QVROAuth2Client/QVROAuth2Provider.h"
 #include "QVROAuth2Client/QVROAuth2TokenManager.h"
 #include "host/DateText.h"
+#include "host/Deadline.h"
 #include "host/Messages.h"
 #include "host/NarratedText.h"
 #include "host/PendingRequest.h"
@@ -19,6 +20,10 @@
 
 namespace host {
 namespace {
+
+// For a token that came, or was revoked, when the command's time was nearly over: the stored one
+// may be worth nothing any more.
+constexpr double kStoringSeconds = 5;
 
 struct Result {
   qvr::Ref<QVROAuth2Token> record;
@@ -105,6 +110,7 @@ qvr::Ref<QVROAuth2Token> readRecord(const Account& account, qvr::ErrorPtr* error
 
 // Another process may have added the item since it was looked for: then there is one to replace.
 qvr::ErrorPtr storeRecord(const Account& account, const qvr::Ref<QVROAuth2Token>& record) {
+  allowAtLeast(kStoringSeconds);
   const qvr::ErrorPtr error = storeOnce(account, record);
   const bool isThereNow = error && error->is(qvr::NSOSStatusErrorDomain, qvr::errSecDuplicateItem);
   return isThereNow ? storeOnce(account, record) : error;
@@ -118,6 +124,7 @@ qvr::ErrorPtr rewriteRecord(const Account& account, const qvr::Ref<QVROAuth2Toke
 }
 
 qvr::ErrorPtr removeRecord(const Account& account) {
+  allowAtLeast(kStoringSeconds);
   const Outcome<qvr::ErrorPtr> outcome;
   QVROAuth2Keychain::defaultOAuth2Keychain()->removePasswordDataForService(
       account.provider, account.username, nullptr,

@@ -17,6 +17,9 @@ namespace host {
 qvr::Ref<QVROAuth2Token> readRecord(const Account& account, qvr::ErrorPtr* error);
 
 // These answer null when stored (and then durable), or removed.
+
+// Stores a record that has come from the provider. That gets a few seconds even when the command's
+// time is over (see Deadline.h).
 qvr::ErrorPtr storeRecord(const Account& account, const qvr::Ref<QVROAuth2Token>& record);
 
 // Stores a record in the place of the same, to see whether it can be. A signal may cut that short.

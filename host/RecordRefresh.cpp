@@ -14,6 +14,7 @@
 #include "host/AnswerObserver.h"
 #include "host/Messages.h"
 #include "host/Record.h"
+#include "host/RecordFacts.h"
 #include "host/RecordProblems.h"
 #include "host/Setup.h"
 #include "host/Steps.h"
@@ -47,6 +48,16 @@ bool isSame(const QVROAuth2Token& one, const QVROAuth2Token& other) {
          one.creationDate() == other.creationDate();
 }
 
+// What another process has obtained is served even if more was asked for than it holds: this
+// process would get no more. That goes for a token of a very short life, too, if it is from after
+// `begin`.
+bool isGoodEnough(const QVROAuth2Token& record, qvr::Date begin) {
+  const qvr::Date created = record.creationDate().value_or(qvr::Date{});
+  const bool isRecent =
+      created.timeIntervalSinceReferenceDate >= begin.timeIntervalSinceReferenceDate;
+  return !isDueByItself(record) || (isRecent && !hasExpired(record, now()));
+}
+
 Failure noRefreshWasSent(Failure failure) {
   failure.sentence = "No refresh was sent. " + failure.sentence;
   return failure;
@@ -72,7 +83,7 @@ Failure othersToken(const Account& account, const std::vector<std::string>& name
                        signInCommand(account)};
 }
 
-// Another record that replaces one of an account, all under the account's lock.
+// Replaces the record of an account by a refreshed one, under the account's lock.
 class Refresh {
  public:
   Refresh(const Configuration& configuration, const Account& account)
@@ -124,25 +135,26 @@ RecordOrFailure refreshedRecord(const Configuration& configuration, const TokenO
                                 const Record& record) {
   const Account& account = options.account;
   if (auto failure = refreshProblem(configuration, account, *record)) return *failure;
+  const qvr::Date begin = now();
   auto lock = AccountLock::acquire(account);
   if (auto* failure = std::get_if<Failure>(&lock)) return noRefreshWasSent(*failure);
   const Refresh refresh(configuration, account);
-  RecordOrFailure result = Failure{};
+  std::optional<RecordOrFailure> refusal;
   Record last = record;
   for (int refreshes = 0;; ++refreshes) {
     qvr::ErrorPtr error;
     const Record current = readRecord(account, &error);
     if (!current) return failureForError(error, account);
-    const bool isNew = !isSame(*current, *last);
-    // What another process has just obtained is as new as it can be, even if more was asked for.
-    if (isNew && !isDueByItself(*current)) {
+    const bool isOthers = !isSame(*current, *last);
+    if (isOthers && isGoodEnough(*current, begin)) {
       step("another process has refreshed the token");
       return current;
     }
-    if (refreshes == kMaximumRefreshes || (refreshes > 0 && !isNew)) return result;
+    if (refusal && (!isOthers || refreshes == kMaximumRefreshes)) return *refusal;
     bool wasRefused = false;
-    result = refresh.run(current, &wasRefused);
+    RecordOrFailure result = refresh.run(current, &wasRefused);
     if (!wasRefused) return result;
+    refusal = std::move(result);
     last = current;
   }
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <optional>
 
 #include "QVROAuth2Client/platform/Desktop.h"
 #include "QVROAuth2Client/platform/URL.h"

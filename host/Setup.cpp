@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -14,6 +15,7 @@
 #include "host/KeychainChoice.h"
 #include "host/Keychains.h"
 #include "host/NarratedSession.h"
+#include "host/PendingRequest.h"
 #include "host/RetryingSession.h"
 #include "host/Secrets.h"
 #include "host/SignInWorkspace.h"
@@ -28,6 +30,7 @@ constexpr double kIdleTimeoutSeconds = 30;
 struct Installed {
   ConfigurationLock lock;
   qvr::Ref<qvr::KeychainItems> keychainItems;
+  std::string configurationPath;
   std::string keychainKind;
   qvr::Ref<ObservedSession> session;
   qvr::Clock clock;
@@ -54,7 +57,8 @@ std::optional<Failure> useKeychain(Configuration configuration, Installed& thing
 qvr::Ref<qvr::URLSession> makeSession(const Configuration& configuration) {
   qvr::URLSessionOptions options;
   options.idleTimeoutSeconds = kIdleTimeoutSeconds;
-  options.requestTimeoutSeconds = secondsLeft(kRequestTimeoutSeconds);
+  options.requestTimeoutSeconds =
+      std::max(secondsLeft(kRequestTimeoutSeconds), kLeastRequestSeconds);
   options.certificateAuthorityFile = configuration.endpoints.certificateAuthorityFile;
   options.usesHTTP2 = false;  // a command sends one request, and has to know what came of it
   return qvr::makeURLSession(options);
@@ -115,6 +119,7 @@ std::optional<Failure> installHost(const Configuration& configuration, Seams sea
   if (!things.keychainItems) {
     if (auto failure = useKeychain(configuration, things)) return failure;
   }
+  things.configurationPath = configuration.path;
   if (!seams.urlSession) seams.urlSession = makeSession(configuration);
   things.session = observed(std::move(seams.urlSession));
   things.clock = seams.clock ? std::move(seams.clock) : qvr::makeSystemClock();
@@ -129,6 +134,10 @@ qvr::Ref<qvr::KeychainItems> keychainItems() {
 
 const std::string& keychainKind() {
   return installed().keychainKind;
+}
+
+const std::string& configurationPath() {
+  return installed().configurationPath;
 }
 
 qvr::Ref<ObservedSession> urlSession() {

@@ -31,9 +31,10 @@ std::optional<Failure> installHost(const Configuration& configuration, Seams sea
 std::optional<Failure> certificateAuthorityProblem(const Configuration& configuration);
 
 // The keychain items, the kind of keychain that they are of (empty for those of the seams), the
-// session and the clock that were installed.
+// path of the configuration (empty before), the session and the clock that were installed.
 qvr::Ref<qvr::KeychainItems> keychainItems();
 const std::string& keychainKind();
+const std::string& configurationPath();
 qvr::Ref<ObservedSession> urlSession();
 qvr::Date now();
 

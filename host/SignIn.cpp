@@ -62,15 +62,27 @@ std::variant<SignedIn, Failure> obtainRecord(const SignInOptions& options,
   return SignedIn{std::get<qvr::Ref<QVROAuth2Token>>(record), answer.accountNames, answer.subject};
 }
 
-// Under the lock, so that a refresh of the record that is being replaced cannot come after it.
-std::optional<Failure> store(const Account& account, const qvr::Ref<QVROAuth2Token>& record) {
+// A keychain may ask the user for something; who does not want to answer can leave.
+qvr::ErrorPtr storeUnlessTheUserLeaves(const Account& account,
+                                       const qvr::Ref<QVROAuth2Token>& record) {
+  const TerminationAllowed allowed;
+  return storeRecord(account, record);
+}
+
+// Under the lock, so that a refresh of the record that is being replaced cannot come after it, and
+// none of the new record meets what was noted for the old one.
+std::optional<Failure> store(const Account& account, const SignedIn& signedIn,
+                             const std::string& bundleIdentifier) {
   const auto lock = AccountLock::acquire(account);
   if (const auto* failure = std::get_if<Failure>(&lock)) return *failure;
-  // A keychain may ask the user for something; who does not want to answer can leave.
-  const TerminationAllowed allowed;
-  const qvr::ErrorPtr error = storeRecord(account, record);
-  if (!error) return std::nullopt;
-  return failureForError(error, account);
+  const qvr::ErrorPtr error = storeUnlessTheUserLeaves(account, signedIn.record);
+  if (error) return failureForError(error, account);
+  if (signedIn.subject) {
+    noteSubject(bundleIdentifier, account, *signedIn.subject);
+  } else {
+    forgetSubject(bundleIdentifier, account);
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -89,22 +101,19 @@ std::string requestedScope(const SignInOptions& options) {
 int runSignIn(const SignInOptions& options, const SignInEnvironment& environment) {
   const auto result = obtainRecord(options, environment);
   if (const auto* failure = std::get_if<Failure>(&result)) return report(*failure);
-  const auto& [record, accountNames, subject] = std::get<SignedIn>(result);
-  if (const auto failure = store(options.account, record)) {
+  const auto& signedIn = std::get<SignedIn>(result);
+  if (const auto failure = store(options.account, signedIn, environment.bundleIdentifier)) {
     return report({failure->status, "The token could not be stored, so you are not signed in. " +
                                         failure->sentence});
   }
-  if (subject) {
-    noteSubject(environment.bundleIdentifier, options.account, *subject);
-  } else {
-    forgetSubject(environment.bundleIdentifier, options.account);
-  }
+  const TerminationAllowed allowed;  // all is done: nobody has to wait for who does not read
   writeOut("Signed in " + printable(options.account.username) + " at " + options.account.provider +
            ".\n");
   for (const std::string& warning :
-       warningsAboutRecord(*record, requestedScope(options), options.account))
+       warningsAboutRecord(*signedIn.record, requestedScope(options), options.account))
     say(warning);
-  if (const auto warning = warningAboutAccount(accountNames, options.account)) say(*warning);
+  if (const auto warning = warningAboutAccount(signedIn.accountNames, options.account))
+    say(*warning);
   return kDone;
 }
 
@@ -113,6 +122,7 @@ int signIn(const Configuration& configuration, const SignInOptions& options) {
     return report(*failure);
   if (const auto failure = keychainProblem(*keychainItems(), keychainKind()))
     return report(*failure);
+  if (const auto failure = AccountLock::problem(options.account)) return report(*failure);
   blockTerminationSignals();  // no thread has been started yet: the library does so when it must
   const SignalWatch signals;
   return runSignIn(options, {.browser = qvr::makeWorkspace(),

@@ -238,7 +238,7 @@ Attempt::Taken Attempt::take(const std::string& redirect) {
 
 Failure Attempt::timedOut() const {
   char seconds[32];
-  std::snprintf(seconds, sizeof seconds, "%.0f", waitSeconds_);
+  std::snprintf(seconds, sizeof seconds, waitSeconds_ < 1 ? "%.1f" : "%.0f", waitSeconds_);
   return {kFailed, "Nobody finished the sign-in within " + std::string(seconds) +
                        " s: run the command again (--timeout gives more time), open the "
                        "address it prints, and if nothing happens after the consent page, paste "

@@ -15,7 +15,16 @@ namespace host {
 
 namespace {
 
-using AnswerOrFailure = std::variant<TokenAnswer, Failure>;
+struct Exchanged {
+  qvr::Ref<QVROAuth2AccessTokenResponse> response;  // null when there is an error
+  qvr::ErrorPtr error;
+};
+
+std::variant<TokenAnswer, Failure> answerFrom(Exchanged exchanged, const ObservedAnswer& observed,
+                                              const Account& account) {
+  if (!exchanged.response) return failureForAnswer(exchanged.error, account, observed);
+  return TokenAnswer{std::move(exchanged.response), observed.accountNames, observed.subject};
+}
 
 std::string minutes(double seconds) {
   const auto rounded = static_cast<long long>((seconds + 59) / 60);
@@ -41,18 +50,17 @@ std::string howToGetARefreshToken(const Account& account) {
 std::variant<TokenAnswer, Failure> exchangeCode(const QVROAuth2PublicClient& client,
                                                 const std::string& code, const Account& account,
                                                 int signals) {
-  const SignalledOutcome<AnswerOrFailure> answer;
+  const SignalledOutcome<Exchanged> outcome;
   const AnswerObserver observer;
   const auto task = client.taskForRequestingAccessTokenWithAuthorizationCode(
-      code, [answer, account, observed = observer.answer()](
-                qvr::Ref<QVROAuth2AccessTokenResponse> response, qvr::ErrorPtr error) {
-        if (!response) return answer.deliver(failureForError(error, account));
-        answer.deliver(TokenAnswer{std::move(response), observed->accountNames, observed->subject});
+      code, [outcome](qvr::Ref<QVROAuth2AccessTokenResponse> response, qvr::ErrorPtr error) {
+        outcome.deliver({std::move(response), std::move(error)});
       });
   step("exchanging the code (" + lengthOf(code) + ") for a token");
   task->resume();
-  const Event event = answer.wait(signals, kRequestDeadlineSeconds);
-  if (event == Event::kAnswer) return answer.take().value();
+  const Event event = outcome.wait(signals, kRequestDeadlineSeconds);
+  if (event == Event::kAnswer)
+    return answerFrom(outcome.take().value(), *observer.answer(), account);
   task->cancel();
   if (event == Event::kSignal)
     return Failure{kFailed, "The sign-in was cancelled: nothing was stored."};

@@ -9,6 +9,7 @@
 #include "QVROAuth2Client/platform/KeychainItems.h"
 #include "host/AccountLock.h"
 #include "host/AccountSubject.h"
+#include "host/AnswerObserver.h"
 #include "host/Command.h"
 #include "host/Console.h"
 #include "host/Messages.h"
@@ -43,26 +44,31 @@ qvr::ErrorPtr revokeGrant(const QVROAuth2Token& record) {
   return revoke(*record.accessToken(), "access_token");
 }
 
-Failure kept(const qvr::ErrorPtr& error, const Account& account) {
-  Failure failure = failureForError(error, account);
+Failure kept(Failure failure, const Account& account) {
   failure.sentence += " The token was not revoked and stays stored; " +
                       commandLine("sign-out --local", account) + " removes it without revoking it.";
   return failure;
 }
 
 // Revokes at Google. The failure is a reason to keep the record.
-std::optional<Failure> signOutAtGoogle(const Account& account, const QVROAuth2Token& record) {
-  if (!canBeSent(record.refreshToken()) && !canBeSent(record.accessToken())) {
+std::optional<Failure> signOutAtGoogle(const Account& account,
+                                       const qvr::Ref<QVROAuth2Token>& record) {
+  if (!canBeSent(record->refreshToken()) && !canBeSent(record->accessToken())) {
     say("The stored record holds no token that can be revoked.");
     return std::nullopt;
   }
-  const qvr::ErrorPtr error = revokeGrant(record);
+  // An item that cannot be changed could not be removed either, and would hold a dead token.
+  const qvr::ErrorPtr unchangeable = rewriteRecord(account, record);
+  if (unchangeable) return kept(failureForError(unchangeable, account), account);
+  const AnswerObserver observer;
+  const qvr::ErrorPtr error = revokeGrant(*record);
   if (!error) {
     say("The token was revoked at Google.");
     return std::nullopt;
   }
+  const Failure failure = failureForAnswer(error, account, *observer.answer());
   const bool isRefusal = error->domain() == QVROAuth2ErrorDomain;
-  if (!isRefusal || exitStatusForError(error) == kTryAgainLater) return kept(error, account);
+  if (!isRefusal || failure.status == kTryAgainLater) return kept(failure, account);
   say("Google did not revoke the token, as it does when a token has expired or was revoked before; "
       "see https://myaccount.google.com/permissions for what still has access.");
   return std::nullopt;
@@ -98,7 +104,7 @@ std::optional<Failure> revokeStored(const Account& account) {
   if (account.provider == QVROAuth2ProviderMicrosoft) {
     sayMicrosoftHasNoRevocation();
   } else if (record) {
-    return signOutAtGoogle(account, *record);
+    return signOutAtGoogle(account, record);
   }
   return std::nullopt;
 }

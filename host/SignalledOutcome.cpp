@@ -1,8 +1,13 @@
 #include "host/SignalledOutcome.h"
 
+#include <poll.h>
+
 #include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <iterator>
+
+#include "host/Deadline.h"
 
 namespace host {
 

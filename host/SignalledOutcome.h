@@ -3,15 +3,12 @@
 // Thread rule: as for an Outcome.
 #pragma once
 
-#include <poll.h>
 #include <sys/eventfd.h>
 
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <utility>
 
-#include "host/Deadline.h"
 #include "host/Descriptor.h"
 #include "host/Wait.h"
 

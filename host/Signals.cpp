@@ -11,11 +11,19 @@ namespace host {
 
 namespace {
 
+bool isIgnored(int signal) {
+  struct sigaction action = {};
+  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+// Without those that whoever started the command has it ignore, as nohup does: a descriptor of
+// signals would report them all the same.
 sigset_t terminationSignals() {
   sigset_t signals;
   sigemptyset(&signals);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-    sigaddset(&signals, signal);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+    if (!isIgnored(signal)) sigaddset(&signals, signal);
+  }
   return signals;
 }
 

@@ -1,5 +1,5 @@
-// The signals that ask the command to end (SIGINT, SIGTERM, SIGHUP), as something to wait for
-// beside everything else that it waits for.
+// The signals that ask the command to end (SIGINT, SIGTERM, SIGHUP, SIGQUIT; not those that it was
+// started to ignore), as something to wait for beside everything else that it waits for.
 #pragma once
 
 #include <signal.h>
@@ -8,7 +8,7 @@
 
 namespace host {
 
-// Blocks the three signals for this thread and all threads that it starts. Call it before any
+// Blocks the signals for this thread and all threads that it starts. Call it before any
 // thread starts; from then on the signals reach nobody but a SignalWatch. A command that watches
 // none does not call it: the signals end it, as they end any program.
 void blockTerminationSignals();

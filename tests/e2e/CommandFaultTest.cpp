@@ -135,6 +135,16 @@ TEST_P(CommandFaultTest, AServerThatNeverAnswersIsGivenUpAtTheTimeout) {
   expectARefreshToWork();
 }
 
+// The server has rotated the refresh token by then; what it was before is worth nothing.
+TEST_P(CommandFaultTest, AnAnswerSoonAfterTheTimeoutIsStillTakenSoThatNoTokenIsLost) {
+  ASSERT_NO_FATAL_FAILURE(signInWithADueToken());
+  counterpart.fault(side(), "token", "delay", R"(,"ms":1500,"after":true)");
+  const Result late = token({"--timeout", "1"});
+  EXPECT_EQ(late.status, 0) << late.error;
+  EXPECT_EQ(token().output, late.output);
+  EXPECT_EQ(token({"--force-refresh"}).status, 0) << "the refresh token is the new one";
+}
+
 TEST_P(CommandFaultTest, AnAnswerThatIsCutInTheMiddleIsNeverAskedForAgain) {
   ASSERT_NO_FATAL_FAILURE(signInWithADueToken());
   expectFailure(5, "close-half");

@@ -100,6 +100,16 @@ TEST_P(CommandLockFolderTest, ASymbolicLinkIsRefused) {
   EXPECT_TRUE(fs::is_empty(folder.file("elsewhere")));
 }
 
+// It would be sent through the browser in vain.
+TEST_P(CommandLockFolderTest, StopsASignInBeforeTheBrowserOpens) {
+  fs::create_directory_symlink(folder.path(), lockFolder());
+  const Result result = runWithin({"sign-in", "--no-browser", provider(), kUser});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.output, "") << "no address";
+  EXPECT_THAT(result.error, HasSubstr(lockFolder()));
+  EXPECT_EQ(counterpart.count(side(), "authorize"), 0);
+}
+
 TEST_P(CommandLockFolderTest, APlainFileIsRefused) {
   ASSERT_NO_FATAL_FAILURE(signInBoth());
   folder.write("run/qvr-oauth2", "");

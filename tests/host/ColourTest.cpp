@@ -41,6 +41,10 @@ TEST_F(ColourTest, IsForTerminals) {
   EXPECT_EQ(coloured(Colour::kRed, "problem", terminal.number()), "\x1b[31mproblem\x1b[0m");
 }
 
+TEST_F(ColourTest, IsNotForNothing) {
+  EXPECT_EQ(coloured(Colour::kYellow, "", terminal.number()), "");
+}
+
 TEST_F(ColourTest, IsNotForAFileOrAPipe) {
   const host::Pipe pipe;
   EXPECT_EQ(coloured(Colour::kRed, "problem", pipe.writeEnd.number()), "problem");

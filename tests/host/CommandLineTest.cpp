@@ -191,7 +191,8 @@ TEST_F(CommandLineTest, TakesAProviderInAnyCaseAndPassesItOnExactly) {
   }
   const Result other = run({"token", "MICROSOFT", "user@example.org", "--config", path});
   EXPECT_EQ(other.status, host::kNothingStored);
-  EXPECT_THAT(other.error, HasSubstr("`qvr-oauth2 sign-in Microsoft user@example.org`"));
+  EXPECT_THAT(other.error,
+              HasSubstr("`qvr-oauth2 --config " + path + " sign-in Microsoft user@example.org`"));
 }
 
 TEST_F(CommandLineTest, PassesAUserWithACommaAndAnEqualsSignOnExactly) {
@@ -199,7 +200,8 @@ TEST_F(CommandLineTest, PassesAUserWithACommaAndAnEqualsSignOnExactly) {
   for (const char* const command : {"token", "status"}) {
     const Result result = run({"--config", path, command, "google", "a,b=c@example.org"});
     EXPECT_EQ(result.status, host::kNothingStored);
-    EXPECT_THAT(result.error, HasSubstr("`qvr-oauth2 sign-in Google a,b=c@example.org`"));
+    EXPECT_THAT(result.error,
+                HasSubstr("`qvr-oauth2 --config " + path + " sign-in Google a,b=c@example.org`"));
   }
 }
 

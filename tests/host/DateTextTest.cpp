@@ -1,7 +1,6 @@
 // Dates, for programs and for people.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 
 #include "host/DateText.h"

@@ -47,6 +47,18 @@ TEST(Deadline, LeavesNothingOnceItIsOver) {
   EXPECT_LE(end, std::chrono::steady_clock::now());
 }
 
+TEST(Deadline, CanBePutOffAndIsNeverBroughtForward) {
+  const ScopedDeadline deadline(-1);
+  EXPECT_FALSE(host::isTimeLeft());
+  host::allowAtLeast(20);
+  EXPECT_TRUE(host::isTimeLeft());
+  host::allowAtLeast(1);
+  EXPECT_GT(host::secondsLeft(kLong), 10);
+  host::clearDeadline();
+  host::allowAtLeast(1);
+  EXPECT_EQ(host::secondsLeft(kLong), kLong);
+}
+
 TEST(Deadline, EndsAWaitForADescriptorThatIsNotReady) {
   const host::Pipe pipe;
   const ScopedDeadline deadline(0.02);
@@ -77,7 +89,8 @@ TEST(Deadline, EndsAHelperProgram) {
 }
 
 TEST(Deadline, EndsAPassphraseCommandThatKeepsItsOutputOpenAndOneThatOnlyStays) {
-  for (const char* const command : {"exec sleep 3600", "echo passphrase; exec sleep 3600 >/dev/null"}) {
+  for (const char* const command :
+       {"exec sleep 3600", "echo passphrase; exec sleep 3600 >/dev/null"}) {
     const ScopedDeadline deadline(0.05);
     const auto answer = host::obtainPassphrase(command, false);
     ASSERT_TRUE(std::holds_alternative<host::Failure>(answer)) << command;
@@ -127,7 +140,7 @@ TEST_F(TimeoutOfCommand, EndsTheWaitForAPassphraseThatNobodyTypes) {
   ASSERT_TRUE(terminal.waitFor("New passphrase of the keychain: "));
   EXPECT_EQ(terminal.wait(), host::kTryAgainLater);
   EXPECT_TRUE(terminal.echoes());
-  EXPECT_THAT(terminal.shown(), HasSubstr("Nobody typed anything in time."));
+  EXPECT_THAT(terminal.shown(), HasSubstr("Nobody typed anything in time: run the command"));
 }
 
 TEST_F(TimeoutOfCommand, EndsTheWaitForAnAnswerToConfig) {
@@ -152,7 +165,7 @@ TEST_F(TimeoutOfCommand, EndsASignInWhateverItsOwnSays) {
         {"HOME", folder.path()},
         {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/none"}}});
   EXPECT_EQ(child.wait(), host::kFailed);
-  EXPECT_THAT(child.error(), HasSubstr("Nobody finished the sign-in within 0 s"));
+  EXPECT_THAT(child.error(), HasSubstr("Nobody finished the sign-in within 0.2 s"));
 }
 
 }  // namespace

@@ -52,7 +52,10 @@ TEST(Paths, AreBelowHomeByDefault) {
     EXPECT_EQ(host::configurationFolder(), "/home/somebody/.config/qvr-oauth2");
     EXPECT_EQ(host::dataFolder(), "/home/somebody/.local/share/qvr-oauth2");
     const std::string user = std::to_string(getuid());
-    const bool hasSession = access(("/run/user/" + user).c_str(), W_OK) == 0;
+    struct stat session = {};
+    const bool hasSession = lstat(("/run/user/" + user).c_str(), &session) == 0 &&
+                            session.st_uid == geteuid() && (session.st_mode & S_IFMT) == S_IFDIR &&
+                            (session.st_mode & 077) == 0;
     EXPECT_EQ(host::runtimeFolder(),
               hasSession ? "/run/user/" + user + "/qvr-oauth2" : "/tmp/qvr-oauth2-" + user);
   }

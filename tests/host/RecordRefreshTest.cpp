@@ -6,12 +6,12 @@
 #include <unistd.h>
 
 #include "host/AccountSubject.h"
-#include "host/Deadline.h"
 #include "host/Descriptor.h"
 #include "host/HashedName.h"
 #include "host/IdentityToken.h"
 #include "host/Record.h"
 #include "tests/host/CommandTest.h"
+#include "tests/host/ScopedDeadline.h"
 
 namespace host_test {
 namespace {
@@ -98,6 +98,18 @@ TEST_F(RecordRefreshTest, AForcedRefreshIsContentWithWhatAnotherProcessHasJustOb
     if (call.operation == "copyMatching" && call.wantsData && ++reads == 2) putOthers();
   });
   EXPECT_EQ(runToken({.account = google, .forceRefresh = true}).output, "others-access\n");
+  EXPECT_THAT(session->requests(), IsEmpty());
+}
+
+TEST_F(RecordRefreshTest, ATokenOfAShortLifeThatAnotherProcessHasJustObtainedIsServed) {
+  install();
+  storeDue();
+  replaceItemBy(record("others-access", "others-refresh", 30));
+  int reads = 0;
+  keychain->onCall([&](const support::FakeKeychain::Call& call) {
+    if (call.operation == "copyMatching" && call.wantsData && ++reads == 2) putOthers();
+  });
+  EXPECT_EQ(runToken({google}).output, "others-access\n");
   EXPECT_THAT(session->requests(), IsEmpty());
 }
 
@@ -229,9 +241,8 @@ TEST_F(RecordRefreshTest, AHeldLockIsWaitedForUntilTheDeadline) {
   ASSERT_EQ(mkdir(folder.file("qvr-oauth2").c_str(), 0700), 0);
   const host::Descriptor file(open(lockPath().c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0600));
   ASSERT_EQ(flock(file.number(), LOCK_EX), 0);
-  host::setDeadline(0.2);
+  const ScopedDeadline deadline(0.2);
   const Printed printed = runToken({google});
-  host::clearDeadline();
   EXPECT_EQ(printed.status, host::kTryAgainLater);
   EXPECT_THAT(printed.error, HasSubstr("Another qvr-oauth2 command is at work"));
   EXPECT_THAT(session->requests(), IsEmpty());
@@ -272,6 +283,28 @@ TEST_F(RecordRefreshTest, TheServersStatusMakesAnyErrorATransientOne) {
       EXPECT_THAT(printed.error, AllOf(HasSubstr("ry again later."), Not(HasSubstr("cannot be"))));
     }
   }
+}
+
+TEST_F(RecordRefreshTest, RefusalsThatConsentOrPolicyMendAskForANewSignInWithItsLine) {
+  install();
+  for (const char* const error : {"access_denied", "admin_policy_enforced", "consent_required",
+                                  "interaction_required", "invalid_scope"}) {
+    storeDue();
+    session->answerWith({400, std::string(R"({"error":")") + error +
+                                  R"(","error_description":"The words of the provider"})"});
+    const Printed printed = runToken({google});
+    EXPECT_EQ(printed.status, host::kSignInNeeded) << error;
+    EXPECT_THAT(printed.error, AllOf(HasSubstr("The words of the provider"),
+                                     HasSubstr("`qvr-oauth2 sign-in Google user@example.org`")));
+  }
+}
+
+TEST_F(RecordRefreshTest, TheSignInLineNamesTheConfigurationAndStandsForAnyUser) {
+  configuration.path = "/tmp/another config.toml";
+  install();
+  EXPECT_THAT(
+      runToken({.account = {"Google", "-dash"}}).error,
+      HasSubstr("`qvr-oauth2 --config '/tmp/another config.toml' sign-in -- Google -dash`"));
 }
 
 TEST_F(RecordRefreshTest, ALongRefusalIsCutWithoutLeavingAPartOfTheTokenThatItEchoes) {

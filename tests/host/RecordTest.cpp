@@ -3,6 +3,7 @@
 
 #include "host/Record.h"
 #include "tests/host/CommandTest.h"
+#include "tests/host/ScopedDeadline.h"
 
 namespace host_test {
 namespace {
@@ -30,6 +31,13 @@ TEST_F(RecordTest, AKeychainThatKeepsSayingThatTheItemIsThereIsBelievedInTheEnd)
   ASSERT_TRUE(error);
   EXPECT_TRUE(error->is(qvr::NSOSStatusErrorDomain, qvr::errSecDuplicateItem));
   EXPECT_EQ(keychain->count("add"), 2U);
+}
+
+TEST_F(RecordTest, ATokenThatCameAtTheLastMomentIsStored) {
+  install();
+  const ScopedDeadline deadline(-1);
+  EXPECT_FALSE(host::storeRecord(google, record("access", "refresh", 3600)));
+  EXPECT_EQ(keychain->itemCount(), 1U);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 
 #include <limits>
 #include <optional>
-#include <string>
 
 #include "host/RetryAfter.h"
 

@@ -80,6 +80,12 @@ TEST_F(SignInAnswerTest, TransportErrorKeepsItsAdvice) {
   EXPECT_THAT(error, HasSubstr("certificate"));
 }
 
+TEST_F(SignInAnswerTest, BusyProviderSaysWhenToTryAgain) {
+  session->answerWith({503, "later", 0, {{"Retry-After", "30"}}});
+  EXPECT_EQ(run(), kTryAgainLater);
+  EXPECT_THAT(error, HasSubstr("try again in 30 seconds."));
+}
+
 struct Lifetime {
   const char* expiresIn;
   std::optional<double> seconds;

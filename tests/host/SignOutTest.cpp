@@ -41,6 +41,28 @@ TEST_F(SignOutTest, RevokesTheRefreshTokenAtGoogleAndRemovesTheItem) {
                                                "token=old-refresh&token_type_hint=refresh_token"));
 }
 
+// It would stay, and hold a token that is worth nothing.
+TEST_F(SignOutTest, DoesNotRevokeWhatItCouldNotRemove) {
+  install();
+  store(google, record("old-access", "old-refresh", 3600));
+  const auto before = item(google);
+  keychain->failEvery("update", qvr::errSecWrPerm);
+  const Printed printed = runSignOut(google);
+  EXPECT_EQ(printed.status, host::kFailed);
+  EXPECT_THAT(printed.error, HasSubstr("was not revoked and stays stored"));
+  EXPECT_THAT(session->requests(), IsEmpty());
+  EXPECT_EQ(item(google), before);
+}
+
+TEST_F(SignOutTest, SaysWhenToTryAgain) {
+  install();
+  store(google, record("old-access", "old-refresh", 3600));
+  session->answerWith({503, "busy", 0, {{"Retry-After", "30"}}});
+  const Printed printed = runSignOut(google);
+  EXPECT_EQ(printed.status, host::kTryAgainLater);
+  EXPECT_THAT(printed.error, HasSubstr("try again in 30 seconds. The token was not revoked"));
+}
+
 TEST_F(SignOutTest, RevokesTheAccessTokenWhenThatIsAllThereIs) {
   install();
   for (const qvr::Text& refreshToken : {qvr::Text(), qvr::Text(""), qvr::Text("no good")}) {

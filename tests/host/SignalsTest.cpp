@@ -11,6 +11,7 @@
 
 #include "host/PendingRequest.h"
 #include "host/Signals.h"
+#include "tests/host/ScopedDeadline.h"
 
 namespace {
 
@@ -34,7 +35,7 @@ bool isPending(int number) {
 }
 
 TEST(SignalsTest, ABlockedSignalActsAtTheEndOfTheScope) {
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
     const int status = ending([number] {
       {
         const host::TerminationBlocked blocked;
@@ -66,6 +67,18 @@ TEST(SignalsTest, TheScopesRestoreWhatWasBefore) {
             128 + SIGTERM);
 }
 
+// As nohup and a shell's background jobs have it.
+TEST(SignalsTest, ASignalThatIsIgnoredIsNeitherBlockedNorReported) {
+  const int status = ending([]() -> int {
+    signal(SIGHUP, SIG_IGN);
+    const host::TerminationBlocked blocked;
+    const host::SignalWatch watch;
+    raise(SIGHUP);
+    _exit(!isPending(SIGHUP) && host::takeSignal(watch.fileDescriptor()) == 0 ? 7 : 1);
+  });
+  EXPECT_EQ(status, 7);
+}
+
 host::SignalledOutcome<int> answered(int value) {
   const host::SignalledOutcome<int> outcome;
   outcome.deliver(value);
@@ -80,6 +93,15 @@ TEST(PendingRequestTest, AnAnswerThatIsThereIsTakenWhateverSignalIsPending) {
     _exit(answer.value_or(0));
   });
   EXPECT_EQ(status, 7);
+}
+
+TEST(PendingRequestTest, IsGivenSomeSecondsWhenTheCommandsTimeIsOver) {
+  const host_test::ScopedDeadline over(0);
+  const host::TerminationBlocked blocked;
+  const host::SignalledOutcome<int> outcome;
+  std::thread late([outcome] { outcome.deliver(7); });
+  EXPECT_EQ(host::answerOfPendingRequest(outcome, 30), 7);
+  late.join();
 }
 
 TEST(PendingRequestTest, NoAnswerInTimeIsNone) {

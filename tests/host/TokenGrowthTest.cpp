@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <filesystem>
 #include <iterator>
-#include <string>
 
 #include "QVROAuth2Client/platform/Ports.h"
 #include "host/Setup.h"
