@@ -228,9 +228,9 @@ TEST_F(SignInTest, RedirectAfterTheCancellationIsIgnored) {
 }
 
 TEST_F(SignInTest, DeadlineFailsWithTheAddressToTryByHand) {
-  options.timeoutSeconds = 0;
+  options.timeoutSeconds = 0.1;
   EXPECT_EQ(run(), kFailed);
-  EXPECT_THAT(error, AllOf(HasSubstr("within 0 s"), HasSubstr("--timeout")));
+  EXPECT_THAT(error, AllOf(HasSubstr("within 0.1 s"), HasSubstr("--timeout")));
 }
 
 TEST_F(SignInTest, RedirectWithoutACodeFailsInWords) {
