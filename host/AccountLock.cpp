@@ -20,6 +20,8 @@ namespace {
 constexpr std::chrono::seconds kDeadline(static_cast<int>(kRequestDeadlineSeconds +
                                                           kKeychainDeadlineSeconds));
 
+constexpr int kMaximumAttempts = 10;
+
 std::string lockName(const Account& account) {
   return hashedName(account.provider + "\n" + account.username) + ".lock";
 }
@@ -54,11 +56,12 @@ std::optional<Failure> AccountLock::problem(const Account& account) {
   return cannotLock(std::get<std::string>(path));
 }
 
-// The folder of a session may be cleared while one waits.
+// The folder of a session may be cleared while one waits. Who finds that time and again goes on
+// with the lock there is.
 std::variant<AccountLock, Failure> AccountLock::acquire(const Account& account) {
   const TerminationAllowed allowed;
   const auto end = deadlineAfter(kDeadline);
-  for (;;) {
+  for (int attempt = 1;; ++attempt) {
     auto path = lockPath(account);
     if (auto* failure = std::get_if<Failure>(&path)) return *failure;
     const auto& name = std::get<std::string>(path);
@@ -69,7 +72,7 @@ std::variant<AccountLock, Failure> AccountLock::acquire(const Account& account) 
         std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
     auto lock = FileLock::acquire(std::move(file), FileLock::Kind::kExclusive, left);
     if (!lock) return busy(account);
-    if (!lock->isAt(name)) continue;
+    if (!lock->isAt(name) && attempt < kMaximumAttempts) continue;
     step("the account's lock was taken");
     return AccountLock(std::move(*lock));
   }
