@@ -4,8 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <future>
+#include <string>
+#include <system_error>
+#include <thread>
 
 #include "host/AccountLock.h"
 #include "host/HashedName.h"
@@ -28,6 +32,25 @@ class AccountLockTest : public testing::Test {
   std::string lockFile() const {
     return lockFolder() + "/" + host::hashedName("Google\nuser@example.org") + ".lock";
   }
+
+  // Waits until this process has the file open twice: by who has the lock and who waits for it.
+  static bool isOpenTwice(const std::string& path) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (std::chrono::steady_clock::now() < deadline) {
+      int count = 0;
+      for (int descriptor = 0; descriptor < kDescriptors; ++descriptor) {
+        std::error_code error;
+        const auto link =
+            std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), error);
+        if (!error && link == path) ++count;
+      }
+      if (count == 2) return true;
+      std::this_thread::yield();
+    }
+    return false;
+  }
+
+  static constexpr int kDescriptors = 256;
 
   const support::TemporaryFolder folder_;
   const ScopedVariable runtimeFolder_{"XDG_RUNTIME_DIR", folder_.path()};
@@ -59,7 +82,8 @@ TEST_F(AccountLockTest, OfAFolderThatWasClearedMeanwhileIsTakenOnTheNewFile) {
   auto first = AccountLock::acquire(account_);
   ASSERT_TRUE(isTaken(first));
   auto waiting = std::async(std::launch::async, [this] { return AccountLock::acquire(account_); });
-  std::filesystem::remove_all(lockFolder());
+  ASSERT_TRUE(isOpenTwice(lockFile())) << "nobody came to wait";
+  std::filesystem::rename(lockFolder(), folder_.file("cleared"));
   first = host::Failure{};  // gives it back
   ASSERT_TRUE(isTaken(waiting.get()));
   EXPECT_TRUE(std::filesystem::exists(lockFile()));
