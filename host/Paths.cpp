@@ -33,12 +33,6 @@ std::optional<std::string> userFolder(const char* variable, const char* belowHom
   return std::nullopt;
 }
 
-bool isOwnFolder(const std::string& path) {
-  struct stat status = {};
-  return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
-         status.st_uid == geteuid() && (status.st_mode & 077) == 0;
-}
-
 Failure cannotMake(const std::string& path) {
   return {kFailed, "The folder " + path + " cannot be made (" + std::strerror(errno) +
                        "): check the permissions of the folders above it."};
@@ -58,7 +52,8 @@ std::string runtimeFolder() {
   if (auto folder = folderFromEnvironment("XDG_RUNTIME_DIR")) return *folder + kName;
   const std::string user = std::to_string(getuid());
   const std::string sessions = "/run/user/" + user;
-  if (isOwnFolder(sessions)) return sessions + kName;
+  const bool isThere = access(sessions.c_str(), F_OK) == 0;
+  if (isThere && !privateFolderProblem(sessions)) return sessions + kName;
   return std::string("/tmp") + kName + "-" + user;
 }
 

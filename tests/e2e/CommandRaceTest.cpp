@@ -85,9 +85,7 @@ TEST_P(CommandRaceTest, TwoAccountsDoNotWaitForEachOther) {
   const std::string other = "bob@example.com";
   ASSERT_NO_FATAL_FAILURE(signInWithADueToken());
   ASSERT_NO_FATAL_FAILURE(signInWithADueToken(other));
-  counterpart.hold(side(), Moment::kBeforeTheAnswer);
-  const Process held = start(tokenCommand());
-  counterpart.waitUntilHeld(side());
+  const Process held = startHeld(Moment::kBeforeTheAnswer);
   const Result result = run({"token", provider(), other});
   EXPECT_EQ(result.status, 0) << result.error;
   EXPECT_NE(result.output, "");
@@ -117,9 +115,7 @@ TEST_P(CommandRaceTest, WaitingForTheLockEndsAtTheTimeoutWithoutARefresh) {
 
 TEST_P(CommandRaceTest, TheLockOfACommandThatWasKilledIsFree) {
   ASSERT_NO_FATAL_FAILURE(signInWithADueToken());
-  counterpart.hold(side(), Moment::kBeforeTheAnswer);
-  const Process killed = start(tokenCommand());
-  counterpart.waitUntilHeld(side());
+  const Process killed = startHeld(Moment::kBeforeTheAnswer);
   const Process waiting = startWaiting(tokenCommand());
   killed->signal(SIGKILL);
   EXPECT_EQ(killed->wait(), 128 + SIGKILL);
@@ -130,9 +126,7 @@ TEST_P(CommandRaceTest, TheLockOfACommandThatWasKilledIsFree) {
 
 TEST_P(CommandRaceTest, SignOutWaitsForARefreshAndRemovesWhatItBrought) {
   ASSERT_NO_FATAL_FAILURE(signInWithADueToken());
-  counterpart.hold(side(), Moment::kAfterTheAnswer);
-  const Process refreshing = start(tokenCommand());
-  counterpart.waitUntilHeld(side());
+  const Process refreshing = startHeld(Moment::kAfterTheAnswer);
   const Process signingOut = startWaiting({"sign-out", provider(), kUser});
   EXPECT_EQ(signingOut->wait(kLittle), -1) << "it has not ended";
   counterpart.release(side());
@@ -161,9 +155,7 @@ TEST_P(CommandRaceTest, ATokenCommandThatWaitedForARemovalSendsNothingAndExitsWi
 
 TEST_P(CommandRaceTest, SignInWaitsForARefreshAndItsTokenStays) {
   ASSERT_NO_FATAL_FAILURE(signInWithADueToken());
-  counterpart.hold(side(), Moment::kAfterTheAnswer);
-  const Process refreshing = start(tokenCommand());
-  counterpart.waitUntilHeld(side());
+  const Process refreshing = startHeld(Moment::kAfterTheAnswer);
   const Process signingIn = start({"sign-in", provider(), kUser, "--timeout", "60", "--verbose"},
                                   {{"BROWSER", browserFor(kUser)}});
   EXPECT_TRUE(signingIn->waitForError(kWaits)) << signingIn->error();

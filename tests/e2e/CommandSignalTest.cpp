@@ -2,6 +2,7 @@
 #include <signal.h>
 
 #include <chrono>
+#include <iterator>
 #include <random>
 
 #include "tests/e2e/CommandTest.h"
@@ -21,14 +22,6 @@ class CommandSignalTest : public CommandTest {
   void signInWithTokensThatAreAlwaysDue() {
     counterpart.setAccessTokenSeconds(side(), 60);
     ASSERT_NO_FATAL_FAILURE(signIn());
-  }
-
-  // A command whose refresh is held at the server.
-  std::unique_ptr<support::ChildProcess> startHeld(Moment moment, int heldBefore = 0) {
-    counterpart.hold(side(), moment);
-    auto command = start(tokenCommand());
-    counterpart.waitUntilHeld(side(), heldBefore + 1);
-    return command;
   }
 
   static void expectDeathBy(int number, support::ChildProcess& command, double seconds = 60) {
@@ -117,16 +110,17 @@ TEST_P(CommandSignalTest, NoMomentOfASignalCostsTheRecord) {
   std::mt19937 random(20260101);
   std::uniform_real_distribution<double> moment(0, 1.2 * whole);
   int cut = 0;
-  for (int i = 0; i < 40; ++i) {
+  for (int i = 0; i < 45; ++i) {
+    const int number = kSignals[static_cast<std::size_t>(i) % std::size(kSignals)];
     const double seconds = moment(random);
-    SCOPED_TRACE("after " + std::to_string(seconds) + " s");
+    SCOPED_TRACE("signal " + std::to_string(number) + " after " + std::to_string(seconds) + " s");
     const auto command = this->start(tokenCommand());
     int status = command->wait(seconds);
     if (status < 0) {
-      command->signal(SIGTERM);
+      command->signal(number);
       status = command->wait();
     }
-    EXPECT_THAT(status, testing::AnyOf(0, 128 + SIGTERM)) << command->error();
+    EXPECT_THAT(status, testing::AnyOf(0, 128 + number)) << command->error();
     EXPECT_TRUE(status != 0 || !command->output().empty());
     cut += status != 0;
     expectTheRecordToBeUsable();

@@ -119,6 +119,14 @@ Result CommandTest::token(const std::vector<std::string>& further,
   return run(tokenCommand(further), environment);
 }
 
+std::unique_ptr<support::ChildProcess> CommandTest::startHeld(Counterpart::Moment moment,
+                                                              int heldBefore) {
+  counterpart.hold(side(), moment);
+  auto command = start(tokenCommand());
+  counterpart.waitUntilHeld(side(), heldBefore + 1);
+  return command;
+}
+
 qvr::Ref<qvr::KeychainItems> CommandTest::keychain() const {
   return qvr::makeEncryptedFileKeychain({.directory = folder.file("data/qvr-oauth2/items"),
                                          .keyFile = folder.file("config/qvr-oauth2/key")});

@@ -57,6 +57,9 @@ class CommandTest : public testing::TestWithParam<std::string> {
   Result token(const std::vector<std::string>& further = {},
                const std::map<std::string, std::string>& environment = {});
 
+  // A `token` whose refresh is held at the server, where so many are held before.
+  std::unique_ptr<support::ChildProcess> startHeld(Counterpart::Moment moment, int heldBefore = 0);
+
   // What is stored, unsealed: the same after a failure as before it.
   using Records = std::map<qvr::KeychainItemName, qvr::Data>;
   Records records() const;

@@ -42,6 +42,12 @@ class RecordRefreshTest : public CommandTest {
 
   void putOthers() { putItem(google, std::string(others->begin(), others->end())); }
 
+  void putOthersWhenTheRecordIsReadAgain() {
+    keychain->onCall([this](const support::FakeKeychain::Call& call) {
+      if (call.operation == "copyMatching" && call.wantsData && ++reads == 2) putOthers();
+    });
+  }
+
   std::string lockPath() const {
     return folder.file("qvr-oauth2/" + host::hashedName(std::string("Google\n") + kUser) + ".lock");
   }
@@ -52,6 +58,7 @@ class RecordRefreshTest : public CommandTest {
   }
 
   std::optional<qvr::Data> others;
+  int reads = 0;
 };
 
 TEST_F(RecordRefreshTest, AFreshTokenTakesNoLockAndNeedsNoRuntimeFolder) {
@@ -79,10 +86,7 @@ TEST_F(RecordRefreshTest, WhatAnotherProcessStoredWhileTheLockWasWaitedForIsServ
   install();
   storeDue();
   replaceItemBy(record("others-access", "others-refresh", 3600));
-  int reads = 0;
-  keychain->onCall([&](const support::FakeKeychain::Call& call) {
-    if (call.operation == "copyMatching" && call.wantsData && ++reads == 2) putOthers();
-  });
+  putOthersWhenTheRecordIsReadAgain();
   const Printed printed = runToken({google});
   EXPECT_EQ(printed.status, host::kDone) << printed.error;
   EXPECT_EQ(printed.output, "others-access\n");
@@ -93,10 +97,7 @@ TEST_F(RecordRefreshTest, AForcedRefreshIsContentWithWhatAnotherProcessHasJustOb
   install();
   store(google, record("access", "refresh", 3600));
   replaceItemBy(record("others-access", "others-refresh", 3600));
-  int reads = 0;
-  keychain->onCall([&](const support::FakeKeychain::Call& call) {
-    if (call.operation == "copyMatching" && call.wantsData && ++reads == 2) putOthers();
-  });
+  putOthersWhenTheRecordIsReadAgain();
   EXPECT_EQ(runToken({.account = google, .forceRefresh = true}).output, "others-access\n");
   EXPECT_THAT(session->requests(), IsEmpty());
 }
@@ -105,10 +106,7 @@ TEST_F(RecordRefreshTest, ATokenOfAShortLifeThatAnotherProcessHasJustObtainedIsS
   install();
   storeDue();
   replaceItemBy(record("others-access", "others-refresh", 30));
-  int reads = 0;
-  keychain->onCall([&](const support::FakeKeychain::Call& call) {
-    if (call.operation == "copyMatching" && call.wantsData && ++reads == 2) putOthers();
-  });
+  putOthersWhenTheRecordIsReadAgain();
   EXPECT_EQ(runToken({google}).output, "others-access\n");
   EXPECT_THAT(session->requests(), IsEmpty());
 }
@@ -116,7 +114,6 @@ TEST_F(RecordRefreshTest, ATokenOfAShortLifeThatAnotherProcessHasJustObtainedIsS
 TEST_F(RecordRefreshTest, AnAccountThatWasSignedOutMeanwhileIsNotRefreshed) {
   install();
   storeDue();
-  int reads = 0;
   keychain->failWith([&](const support::FakeKeychain::Call& call) {
     const bool isSecondRead = call.operation == "copyMatching" && call.wantsData && ++reads == 2;
     return isSecondRead ? qvr::errSecItemNotFound : 0;
