@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "src/platform/JSON.h"
+#include "QVROAuth2Client/platform/JSON.h"
 
 namespace {
 

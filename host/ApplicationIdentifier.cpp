@@ -34,7 +34,7 @@ std::string applicationIdentifier(const Configuration& configuration) {
   std::replace_if(
       element.begin(), element.end(), [](char c) { return !isLetterOrDigit(c); }, '_');
   // No element of a bus name begins with a digit.
-  if (!element.empty() && isDigit(element.front())) element.insert(0, "_");
+  if (!element.empty() && isDigit(element.front())) element.insert(element.begin(), '_');
   return std::string(kCommand) + "." + element;
 }
 

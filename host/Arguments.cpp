@@ -1,5 +1,8 @@
 #include "host/Arguments.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace host {
 namespace {
 
@@ -34,49 +37,85 @@ void addToken(CLI::App& application, Arguments& arguments) {
                     "Refresh even if the stored token has not expired");
 }
 
-// The commands about what is stored.
-void addStored(CLI::App& application, Arguments& arguments) {
-  CLI::App* const status =
+void addStatus(CLI::App& application, Arguments& arguments) {
+  CLI::App* const command =
       application.add_subcommand("status", "Show what is stored of an account, without its tokens");
-  addAccount(*status, arguments);
-  status->add_flag("--json", arguments.asJSON, "Print it as JSON");
+  addAccount(*command, arguments);
+  command->add_flag("--json", arguments.asJSON, "Print it as JSON");
+}
+
+void addAccounts(CLI::App& application, Arguments& arguments) {
   application.add_subcommand("accounts", "List who is signed in: provider, tab, user")
       ->add_flag("--json", arguments.asJSON, "Print the list as JSON");
-  CLI::App* const signOut =
+}
+
+void addSignOut(CLI::App& application, Arguments& arguments) {
+  CLI::App* const command =
       application.add_subcommand("sign-out", "Revoke the grant and remove what is stored");
-  addAccount(*signOut, arguments);
-  signOut->add_flag("--local", arguments.localOnly, "Remove without revoking");
-  CLI::App* const keychain = application.add_subcommand("keychain", "Where tokens are kept");
-  keychain->require_subcommand(1);
-  keychain->add_subcommand("move", "Carry all tokens over to the other keychain, and use that")
+  addAccount(*command, arguments);
+  command->add_flag("--local", arguments.localOnly, "Remove without revoking");
+}
+
+void addKeychain(CLI::App& application, Arguments& arguments) {
+  CLI::App* const command = application.add_subcommand("keychain", "Where tokens are kept");
+  command->require_subcommand(1);
+  command->add_subcommand("move", "Carry all tokens over to the other keychain, and use that")
       ->add_option("KEYCHAIN", arguments.keychain,
                    "secret-service (the desktop's keyring) or file (encrypted files)")
       ->required();
 }
 
-// The commands about the redirects that the desktop hands over.
-void addDesktop(CLI::App& application, Arguments& arguments) {
+void addOpenURL(CLI::App& application, Arguments& arguments) {
   application
       .add_subcommand("open-url", "Hand a redirect to the waiting sign-in (for the desktop)")
       ->add_option("URL", arguments.url, "The redirect; - reads it from standard input")
       ->required();
+}
+
+void addRegister(CLI::App& application, Arguments&) {
   application.add_subcommand("register", "Have the desktop hand redirects to this command");
+}
+
+void addUnregister(CLI::App& application, Arguments& arguments) {
   application.add_subcommand("unregister", "Undo what register did")
       ->add_flag("--all", arguments.all, "For every configuration there was; reads none");
-  // Run by the session bus, by the file that `register` writes; no command for people.
+}
+
+// Run by the session bus, by the file that `register` writes; no command for people.
+void addActivate(CLI::App& application, Arguments& arguments) {
   application.add_subcommand("activate", "")
       ->group("")
       ->add_option("NAME", arguments.busName)
       ->required();
 }
 
-void addOthers(CLI::App& application, Arguments& arguments) {
+void addDoctor(CLI::App& application, Arguments& arguments) {
   application.add_subcommand("doctor", "Check everything that signing in needs")
       ->add_flag("--json", arguments.asJSON, "Print the checks as JSON");
+}
+
+void addConfig(CLI::App& application, Arguments& arguments) {
   application.add_subcommand("config", "Write a configuration, and say where to register")
       ->add_flag("--show", arguments.show, "Show what is in force, without secrets");
+}
+
+void addVersion(CLI::App& application, Arguments&) {
   application.add_subcommand("version", "Print the version");
 }
+
+struct Command {
+  std::string_view name;
+  void (*declare)(CLI::App& application, Arguments& arguments);
+};
+
+// In the order of the help.
+constexpr Command kCommands[] = {
+    {"sign-in", addSignIn},    {"token", addToken},       {"status", addStatus},
+    {"accounts", addAccounts}, {"sign-out", addSignOut},  {"keychain", addKeychain},
+    {"open-url", addOpenURL},  {"register", addRegister}, {"unregister", addUnregister},
+    {"activate", addActivate}, {"doctor", addDoctor},     {"config", addConfig},
+    {"version", addVersion},
+};
 
 void addGlobal(CLI::App& application, Arguments& arguments) {
   application.add_option("--config", arguments.configurationPath,
@@ -94,15 +133,14 @@ void addGlobal(CLI::App& application, Arguments& arguments) {
 
 }  // namespace
 
-void declareArguments(CLI::App& application, Arguments& arguments) {
+void declareArguments(CLI::App& application, Arguments& arguments, std::string_view command) {
   application.require_subcommand(1);
   application.fallthrough();
   addGlobal(application, arguments);
-  addSignIn(application, arguments);
-  addToken(application, arguments);
-  addStored(application, arguments);
-  addDesktop(application, arguments);
-  addOthers(application, arguments);
+  const auto* const asked = std::ranges::find(kCommands, command, &Command::name);
+  if (asked != std::end(kCommands)) return asked->declare(application, arguments);
+  for (const Command& each : kCommands)
+    each.declare(application, arguments);
 }
 
 }  // namespace host

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "host/Command.h"
 #include "host/Failure.h"
@@ -35,8 +36,9 @@ struct Arguments {
   std::string keychain;
 };
 
-// Declares the commands and options of the application, which fills in `arguments`.
-void declareArguments(CLI::App& application, Arguments& arguments);
+// Declares the options of the application, which fills in `arguments`, and the command of the name;
+// all commands when that is the name of none. Declaring all takes longer than reading a token.
+void declareArguments(CLI::App& application, Arguments& arguments, std::string_view command = "");
 
 // What the arguments of the command lack, which the parser does not see. Also completes the options
 // of the command.

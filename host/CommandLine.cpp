@@ -6,6 +6,7 @@
 #include <exception>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -172,10 +173,27 @@ Failure failureForParseError(const CLI::App& application, const CLI::ParseError&
   return usageFailure(std::string(error.what()) + ".", command);
 }
 
+// A word that is neither an option nor anything else to the parser.
+bool isPlainWord(std::string_view word) {
+  const char first = word.empty() ? '\0' : word.front();
+  return (first >= 'a' && first <= 'z') || (first >= 'A' && first <= 'Z') ||
+         (first >= '0' && first <= '9');
+}
+
+// `token PROVIDER USER`, as mail programs run it.
+bool isPlainToken(int argc, const char* const* argv) {
+  return argc == 4 && std::string_view(argv[1]) == "token" && isPlainWord(argv[2]) &&
+         isPlainWord(argv[3]);
+}
+
 int parseAndRun(int argc, const char* const* argv) {
   Arguments arguments;
+  if (isPlainToken(argc, argv)) {  // making the parser takes longer than reading a token
+    arguments.account = {argv[2], argv[3]};
+    return run("token", arguments);
+  }
   CLI::App application(kDescription, "qvr-oauth2");
-  declareArguments(application, arguments);
+  declareArguments(application, arguments, argc > 1 ? argv[1] : "");
   try {
     application.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {

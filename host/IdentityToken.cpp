@@ -1,12 +1,12 @@
 #include "host/IdentityToken.h"
 
-#include <simdjson.h>
 #include <strings.h>
 
 #include <algorithm>
 
 #include "QVROAuth2Client/QVROAuth2Base64URL.h"
 #include "QVROAuth2Client/QVROAuth2Provider.h"
+#include "QVROAuth2Client/platform/JSON.h"
 #include "host/Messages.h"
 #include "host/Secrets.h"
 
@@ -20,14 +20,11 @@ constexpr std::size_t kLongestName = 64 + 1 + 255;
 std::vector<std::string> textMembers(const qvr::Data& json,
                                      std::initializer_list<std::string_view> keys) {
   std::vector<std::string> texts(keys.size());
-  if (json.empty()) return texts;  // which may have no address, and the parser copies from it
-  simdjson::dom::parser parser;
-  simdjson::dom::object object;
-  if (parser.parse(json.data(), json.size()).get(object) != simdjson::SUCCESS) return texts;
-  std::transform(keys.begin(), keys.end(), texts.begin(), [&object](std::string_view key) {
-    std::string_view text;
-    const auto result = object.at_key(key).get(text);
-    return std::string(result == simdjson::SUCCESS ? text : "");
+  const std::optional<qvr::Value> object = qvr::JSONObjectWithData(json, nullptr);
+  if (!object) return texts;
+  std::ranges::transform(keys, texts.begin(), [&object](std::string_view key) {
+    const qvr::Value* const member = object->find(key);
+    return member != nullptr ? member->text().value_or("") : "";
   });
   return texts;
 }

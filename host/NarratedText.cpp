@@ -1,11 +1,10 @@
 #include "host/NarratedText.h"
 
-#include <simdjson.h>
-
 #include <algorithm>
 #include <iterator>
 #include <optional>
 
+#include "QVROAuth2Client/platform/JSON.h"
 #include "host/Console.h"
 #include "host/Secrets.h"
 #include "host/Steps.h"
@@ -91,36 +90,23 @@ std::string listed(const std::string& list, const std::string& next) {
 }
 
 // Without its value, unless it is a harmless text or number.
-std::string narratedMember(std::string_view name, const simdjson::dom::element& value) {
+std::string narratedMember(const qvr::Value::Member& member) {
+  const auto& [name, value] = member;
   const std::string begin = narratedName(name) + ": ";
   const bool isHarmless = holds(kHarmlessMembers, name);
-  switch (value.type()) {
-    case simdjson::dom::element_type::STRING: {
-      const std::string_view text = value.get_string().value_unsafe();
-      return begin + (isHarmless ? narratedValue(text) : lengthOf(text));
-    }
-    case simdjson::dom::element_type::INT64:
-    case simdjson::dom::element_type::UINT64:
-    case simdjson::dom::element_type::DOUBLE:
-      return begin + (isHarmless ? simdjson::minify(value) : "a number");
-    case simdjson::dom::element_type::BOOL:
-      return begin + "a boolean";
-    case simdjson::dom::element_type::NULL_VALUE:
-      return begin + "null";
-    case simdjson::dom::element_type::ARRAY:
-      return begin + "an array";
-    case simdjson::dom::element_type::OBJECT:
-      break;
-  }
-  return begin + "an object";
+  if (const qvr::Text text = value.text())
+    return begin + (isHarmless ? narratedValue(*text) : lengthOf(*text));
+  if (value.isNull()) return begin + "null";
+  if (value.as<bool>() != nullptr) return begin + "a boolean";
+  if (value.as<qvr::Value::Array>() != nullptr) return begin + "an array";
+  if (value.as<qvr::Value::Object>() != nullptr) return begin + "an object";
+  return begin + (isHarmless ? value.description() : "a number");
 }
 
 // Before anything of the object is shown: a member may repeat another's secret.
-void keepSecrets(const simdjson::dom::object& object) {
-  for (const auto member : object) {
-    std::string_view text;
-    if (holds(kSecrets, member.key) && member.value.get(text) == simdjson::SUCCESS)
-      keepSecret(text);
+void keepSecrets(const qvr::Value::Object& object) {
+  for (const auto& [name, value] : object) {
+    if (holds(kSecrets, name)) keepSecret(value.text().value_or(""));
   }
 }
 
@@ -153,15 +139,15 @@ std::string narratedURL(const qvr::URL& url) {
 }
 
 std::string narratedJSON(std::string_view text) {
-  if (text.empty()) return "empty";  // which may have no address, and the parser copies from it
-  simdjson::dom::parser parser;
-  simdjson::dom::object object;
-  if (parser.parse(text.data(), text.size()).get(object) != simdjson::SUCCESS)
-    return "not a JSON object";
-  keepSecrets(object);
+  if (text.empty()) return "empty";
+  const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+  const std::optional<qvr::Value> value = qvr::JSONObjectWithData({bytes, text.size()}, nullptr);
+  const auto* const object = value ? value->as<qvr::Value::Object>() : nullptr;
+  if (object == nullptr) return "not a JSON object";
+  keepSecrets(*object);
   std::string members;
-  for (const auto member : object)
-    members = listed(members, narratedMember(member.key, member.value));
+  for (const qvr::Value::Member& member : *object)
+    members = listed(members, narratedMember(member));
   return "{" + members + "}";
 }
 

@@ -1,6 +1,7 @@
 #include "host/Secrets.h"
 
 #include <algorithm>
+#include <functional>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -12,7 +13,7 @@ constexpr std::size_t kShortestSecret = 8;
 
 struct Secrets {
   std::mutex mutex;
-  std::vector<std::string> texts;  // the longest first, since one may be part of another
+  std::vector<std::string> texts;
 };
 
 // Never destroyed: a handler that comes late may still write a line.
@@ -26,16 +27,6 @@ void replaceAll(std::string& text, std::string_view what, const std::string& by)
        at = text.find(what, at + by.size())) {
     text.replace(at, what.size(), by);
   }
-}
-
-void keep(std::string text) {
-  Secrets& kept = secrets();
-  const std::lock_guard lock(kept.mutex);
-  if (std::find(kept.texts.begin(), kept.texts.end(), text) != kept.texts.end()) return;
-  const auto place =
-      std::find_if(kept.texts.begin(), kept.texts.end(),
-                   [&text](const std::string& other) { return other.size() < text.size(); });
-  kept.texts.insert(place, std::move(text));
 }
 
 // As a URL or a form has it (RFC 3986 section 2), which is how a server may have got it.
@@ -54,22 +45,34 @@ std::string escaped(std::string_view text, const char* digits) {
   return result;
 }
 
+// The secrets, as they are and escaped: made when a text is looked through, since most commands
+// print none. The longest first, since one may be part of another.
+std::vector<std::string> formsOfSecrets() {
+  Secrets& kept = secrets();
+  const std::lock_guard lock(kept.mutex);
+  std::vector<std::string> forms;
+  for (const std::string& text : kept.texts) {
+    forms.push_back(text);
+    forms.push_back(escaped(text, "0123456789ABCDEF"));
+    forms.push_back(escaped(text, "0123456789abcdef"));
+  }
+  std::ranges::stable_sort(forms, std::ranges::greater(), &std::string::size);
+  return forms;
+}
+
 }  // namespace
 
 void keepSecret(std::string_view secret) {
   if (secret.size() < kShortestSecret) return;
-  keep(std::string(secret));
-  keep(escaped(secret, "0123456789ABCDEF"));
-  keep(escaped(secret, "0123456789abcdef"));
+  Secrets& kept = secrets();
+  const std::lock_guard lock(kept.mutex);
+  if (std::ranges::find(kept.texts, secret) == kept.texts.end()) kept.texts.emplace_back(secret);
 }
 
 std::string withoutSecrets(std::string_view text) {
   std::string result(text);
-  Secrets& kept = secrets();
-  const std::lock_guard lock(kept.mutex);
-  for (const std::string& secret : kept.texts) {
+  for (const std::string& secret : formsOfSecrets())
     replaceAll(result, secret, "{length = " + std::to_string(secret.size()) + "}");
-  }
   return result;
 }
 

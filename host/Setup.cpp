@@ -71,6 +71,11 @@ qvr::LogSink makeLogSink() {
   };
 }
 
+// One queue, and so one thread, for all of the library's: a command does one thing after another.
+qvr::SerialQueueFactory makeOneQueue() {
+  return [queue = qvr::makeSerialQueue("qvr-oauth2")](const std::string&) { return queue; };
+}
+
 // What the library is given, from the inside out: the session that sends, told when steps are
 // shown, sending a refresh once more when its connection is lost, and looked at by who wants to
 // know more of an answer.
@@ -99,6 +104,7 @@ void install(const Configuration& configuration, const Installed& things,
   library.setWorkspace(workspace);
   library.setClock(things.clock);
   library.setLogSink(makeLogSink());
+  library.setSerialQueueFactory(makeOneQueue());
   library.install();
 }
 

@@ -9,10 +9,21 @@
 extern "C" {
 #endif
 
-/* Writes a complete authorization URL (RFC 6749 section 4.1.1, RFC 7636 section 4.3) with a new
-   state of 32 bytes and a new code verifier of 128 characters. Answers its length. */
+/* An authorization attempt. The verifier goes into the code exchange, the state is compared with
+   the redirect's. */
+struct floor_attempt {
+  char state[45];
+  char verifier[129];
+  char challenge[44];
+  char url[2048];
+};
+
+/* Makes an attempt with a new state of 32 bytes, a new code verifier, its S256 challenge and the
+   complete authorization URL (RFC 6749 section 4.1.1, RFC 7636 section 4.3). Answers the URL's
+   length, or 0 when it does not fit. */
 size_t floor_authorization_url(const char* endpoint, const char* client_id,
-                               const char* redirect_uri, const char* scope, char* out);
+                               const char* redirect_uri, const char* scope,
+                               struct floor_attempt* attempt);
 
 /* Parses a token response and looks up its members. Answers the length of all of them. */
 size_t floor_token_response(const char* json, size_t size);

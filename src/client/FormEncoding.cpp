@@ -6,8 +6,12 @@
 
 namespace {
 
-constexpr std::string_view kFormCharacters =
-    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789*-._";
+constexpr qvr::CharacterSet kFormCharacters(
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789*-._");
+
+bool hasSpaces(qvr::TextView text) {
+  return text.view().find(' ') != std::string_view::npos;
+}
 
 [[noreturn]] void raiseRangeException(std::string_view text) {
   throw qvr::RangeException(
@@ -33,10 +37,12 @@ qvr::Text encodedWithSpaces(std::string_view text) {
 }  // namespace
 
 qvr::Text formPercentEncoded(qvr::TextView text) {
-  if (text.view().find(' ') != std::string_view::npos) return encodedWithSpaces(text.view());
+  if (hasSpaces(text)) return encodedWithSpaces(text.view());
   return qvr::percentEncoded(text, kFormCharacters);
 }
 
 std::string formParameter(qvr::TextView name, qvr::TextView value) {
-  return qvr::encodedPair(formPercentEncoded(name), formPercentEncoded(value));
+  if (!hasSpaces(value)) return qvr::encodedPair(name, value, kFormCharacters);
+  std::string parameter = qvr::encodedPair(name, "", kFormCharacters);
+  return parameter += encodedWithSpaces(value.view()).value_or(std::string(qvr::kNotEncoded));
 }

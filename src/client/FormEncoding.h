@@ -14,5 +14,5 @@
 // and a "+"; text that goes on after its last space raises RangeException.
 qvr::Text formPercentEncoded(qvr::TextView text);
 
-// A form parameter: encoded name, "=", encoded value.
+// A form parameter: encoded name, which has no spaces, "=", encoded value.
 std::string formParameter(qvr::TextView name, qvr::TextView value);

@@ -12,16 +12,19 @@
 namespace {
 
 // The unreserved characters of RFC 3986 section 2.3, the only ones kept in the query.
-constexpr std::string_view kQueryCharacters =
-    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
+constexpr qvr::CharacterSet kQueryCharacters(
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~");
 
-std::string joined(const std::vector<std::string>& pairs) {
-  std::string text;
+void appendQuery(std::string& text, const std::vector<std::string>& pairs) {
+  std::size_t length = text.size();
+  for (const std::string& pair : pairs)
+    length += 1 + pair.size();
+  text.reserve(length);
+  char separator = '?';
   for (const std::string& pair : pairs) {
-    if (&pair != &pairs.front()) text += '&';
-    text += pair;
+    text.append(1, separator).append(pair);
+    separator = '&';
   }
-  return text;
 }
 
 }  // namespace
@@ -134,7 +137,7 @@ qvr::Text QVROAuth2PublicClient::queryPercentEncoded(qvr::TextView text) {
 }
 
 std::string QVROAuth2PublicClient::queryPair(qvr::TextView key, qvr::TextView value) {
-  return qvr::encodedPair(queryPercentEncoded(key), queryPercentEncoded(value));
+  return qvr::encodedPair(key, value, kQueryCharacters);
 }
 
 void QVROAuth2PublicClient::appendIfNotEmpty(std::vector<std::string>& pairs, qvr::TextView key,
@@ -143,9 +146,11 @@ void QVROAuth2PublicClient::appendIfNotEmpty(std::vector<std::string>& pairs, qv
 }
 
 std::vector<std::string> QVROAuth2PublicClient::authorizationURLQueries() const {
-  std::vector<std::string> pairs = {queryPair("client_id", clientIdentifier()),
-                                    queryPair("redirect_uri", redirectURI()),
-                                    queryPair("response_type", "code")};
+  std::vector<std::string> pairs;
+  pairs.reserve(8);
+  pairs.push_back(queryPair("client_id", clientIdentifier()));
+  pairs.push_back(queryPair("redirect_uri", redirectURI()));
+  pairs.push_back(queryPair("response_type", "code"));
   // An empty value is sent; only an absent one is left out.
   const auto append = [&pairs](qvr::TextView key, const qvr::Text& value) {
     if (value) pairs.push_back(queryPair(key, value));
@@ -160,7 +165,6 @@ std::vector<std::string> QVROAuth2PublicClient::authorizationURLQueries() const 
 std::optional<qvr::URL> QVROAuth2PublicClient::authorizationURL() const {
   qvr::Text text = authorizationURI();
   if (!text || text->empty()) return std::nullopt;
-  const std::vector<std::string> pairs = authorizationURLQueries();
-  if (!pairs.empty()) *text += "?" + joined(pairs);
+  appendQuery(*text, authorizationURLQueries());
   return qvr::URL::URLWithString(text);
 }

@@ -5,7 +5,7 @@
 #include <initializer_list>
 
 #include "QVROAuth2Client/platform/KeychainItems.h"
-#include "src/platform/JSON.h"
+#include "src/platform/JSONMembers.h"
 #include "src/platform/Log.h"
 
 namespace {
@@ -31,6 +31,9 @@ constexpr std::array<std::string_view, 18> kWireStrings = {
     "interaction_required",
     "consent_required",
 };
+
+// The members of an error response (RFC 6749 section 5.2).
+constexpr std::string_view kMemberNames[] = {"error", "error_description", "error_uri"};
 
 bool isOneOf(std::int64_t code, std::initializer_list<std::int64_t> codes) {
   return std::find(codes.begin(), codes.end(), code) != codes.end();
@@ -101,7 +104,7 @@ qvr::ErrorPtr QVROAuth2ErrorFromParameters(const qvr::Value* error,
 
 qvr::ErrorPtr QVROAuth2ErrorFromJSONData(const qvr::Data& data) {
   qvr::ErrorPtr readerError;
-  const std::optional<qvr::Value> body = qvr::JSONObjectWithData(data, &readerError);
+  const std::optional<qvr::Value> body = qvr::JSONMembersWithData(data, kMemberNames, &readerError);
   if (!body) return readerError;
   return QVROAuth2ErrorFromParameters(body->find("error"), body->find("error_description"),
                                       body->find("error_uri"));

@@ -4,6 +4,7 @@
 #include "QVROAuth2Client/QVROAuth2TokenManager.h"
 
 #include "QVROAuth2Client/QVROAuth2Keychain.h"
+#include "src/manager/TokenArchive.h"
 #include "src/manager/TokenManagerFields.h"
 #include "src/platform/Log.h"
 #include "src/platform/World.h"
@@ -41,12 +42,15 @@ struct QVROAuth2TokenManager::Request {
   void conclude(const qvr::Ref<QVROAuth2Token>& token, const qvr::ErrorPtr& error) const;
   void storeAndConclude(const qvr::Ref<QVROAuth2Token>& token) const;
   void finish(const qvr::Ref<QVROAuth2Token>& token, bool store, const qvr::ErrorPtr& error) const;
-  qvr::Ref<qvr::URLSessionDataTask> registerRefresh(const qvr::Ref<QVROAuth2Token>& token) const;
-  void keychainResult(const qvr::Ref<QVROAuth2Token>& token, const qvr::ErrorPtr& error) const;
+  qvr::Ref<QVROAuth2Token> tokenBeingRefreshed(const qvr::Data& archive) const;
+  qvr::Ref<qvr::URLSessionDataTask> registerRefresh(const qvr::Ref<QVROAuth2Token>& token,
+                                                    qvr::Data&& archive) const;
+  void readToken(qvr::Data&& archive) const;
+  void keychainResult(std::optional<qvr::Data>&& archive, const qvr::ErrorPtr& error) const;
 };
 
 void QVROAuth2TokenManager::Request::removeTask() const {
-  qvr::Ref<qvr::URLSessionDataTask> removed;  // released after the lock
+  Fields::Refresh removed;  // released after the lock
   qvr::MutexLock lock(manager->fields_->tasksByIdentifierLock);
   const auto found = manager->fields_->tasksByIdentifier.find(identifier);
   if (found == manager->fields_->tasksByIdentifier.end()) return;
@@ -91,9 +95,19 @@ void QVROAuth2TokenManager::Request::finish(const qvr::Ref<QVROAuth2Token>& toke
   storeAndConclude(token);
 }
 
+// The record whose refresh is running, when it is the one that `archive` holds; else null. So all
+// who wait for a refresh have the record decoded once.
+qvr::Ref<QVROAuth2Token> QVROAuth2TokenManager::Request::tokenBeingRefreshed(
+    const qvr::Data& archive) const {
+  qvr::MutexLock lock(manager->fields_->tasksByIdentifierLock);
+  const auto found = manager->fields_->tasksByIdentifier.find(identifier);
+  if (found == manager->fields_->tasksByIdentifier.end()) return nullptr;
+  return found->second.archive == archive ? found->second.token : nullptr;
+}
+
 // The task to resume; null when a refresh is running already, which will answer this request too.
 qvr::Ref<qvr::URLSessionDataTask> QVROAuth2TokenManager::Request::registerRefresh(
-    const qvr::Ref<QVROAuth2Token>& token) const {
+    const qvr::Ref<QVROAuth2Token>& token, qvr::Data&& archive) const {
   qvr::MutexLock lock(manager->fields_->tasksByIdentifierLock);
   auto& tasks = manager->fields_->tasksByIdentifier;
   if (tasks.contains(identifier)) return nullptr;
@@ -102,14 +116,22 @@ qvr::Ref<qvr::URLSessionDataTask> QVROAuth2TokenManager::Request::registerRefres
       [request = *this](const qvr::Ref<QVROAuth2Token>& newToken, const qvr::ErrorPtr& error) {
         request.finish(newToken, true, error);
       });
-  tasks.emplace(identifier, task);
+  tasks.emplace(identifier, Fields::Refresh{task, std::move(archive), token});
   return task;
 }
 
-void QVROAuth2TokenManager::Request::keychainResult(const qvr::Ref<QVROAuth2Token>& token,
-                                                    const qvr::ErrorPtr& error) const {
+void QVROAuth2TokenManager::Request::readToken(qvr::Data&& archive) const {
+  qvr::ErrorPtr error;
+  qvr::Ref<QVROAuth2Token> token = tokenBeingRefreshed(archive);
+  if (!token) token = unarchivedToken(archive, &error);
   if (!token || !token->shouldRefreshToken()) return finish(token, false, error);
-  if (const qvr::Ref<qvr::URLSessionDataTask> task = registerRefresh(token)) task->resume();
+  const qvr::Ref<qvr::URLSessionDataTask> task = registerRefresh(token, std::move(archive));
+  if (task) task->resume();
+}
+
+void QVROAuth2TokenManager::Request::keychainResult(std::optional<qvr::Data>&& archive,
+                                                    const qvr::ErrorPtr& error) const {
+  archive ? readToken(*std::move(archive)) : finish(nullptr, false, error);
 }
 
 QVROAuth2TokenManager::QVROAuth2TokenManager() : fields_(std::make_unique<Fields>()) {}
@@ -163,11 +185,10 @@ void QVROAuth2TokenManager::requestAccessTokenForProvider(
         std::move(completionHandler));
   }
   // Every request reads the keychain; only the refresh is shared.
-  getTokenFromKeychainForProvider(
-      provider, username,
-      [request = std::move(request)](const qvr::Ref<QVROAuth2Token>& token,
-                                     const qvr::ErrorPtr& error) {
-        request.keychainResult(token, error);
+  QVROAuth2Keychain::defaultOAuth2Keychain()->getPasswordDataForService(
+      provider, username, nullptr,
+      [request = std::move(request)](std::optional<qvr::Data> archive, const qvr::ErrorPtr& error) {
+        request.keychainResult(std::move(archive), error);
       });
 }
 
@@ -176,5 +197,5 @@ void QVROAuth2TokenManager::cancelRequestForProvider(qvr::TextView provider,
   qvr::MutexLock lock(fields_->tasksByIdentifierLock);
   const auto found = fields_->tasksByIdentifier.find(
       std::string(identifierForProvider(provider, username).view()));
-  if (found != fields_->tasksByIdentifier.end()) found->second->cancel();
+  if (found != fields_->tasksByIdentifier.end()) found->second.task->cancel();
 }

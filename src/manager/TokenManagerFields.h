@@ -16,8 +16,12 @@ struct QVROAuth2TokenManager::Fields {
       QVR_GUARDED_BY(completionHandlersByIdentifierLock);
   qvr::Mutex completionHandlersByIdentifierLock;
 
-  // The running refresh of each identifier.
-  std::unordered_map<std::string, qvr::Ref<qvr::URLSessionDataTask>> tasksByIdentifier
-      QVR_GUARDED_BY(tasksByIdentifierLock);
+  // A running refresh, and the record that is due, as it was stored and as it was read.
+  struct Refresh {
+    qvr::Ref<qvr::URLSessionDataTask> task;
+    qvr::Data archive;
+    qvr::Ref<QVROAuth2Token> token;
+  };
+  std::unordered_map<std::string, Refresh> tasksByIdentifier QVR_GUARDED_BY(tasksByIdentifierLock);
   qvr::Mutex tasksByIdentifierLock;
 };

@@ -1,9 +1,11 @@
 // Writes binary property lists: objects are made from the leaves up, then written from a top one.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory_resource>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -26,7 +28,7 @@ class BinaryPropertyListWriter {
     Object value;
   };
 
-  BinaryPropertyListWriter() = default;
+  BinaryPropertyListWriter() { scalars_.reserve(kUsualLength); }
   BinaryPropertyListWriter(const BinaryPropertyListWriter&) = delete;  // shared_ points into it
   BinaryPropertyListWriter& operator=(const BinaryPropertyListWriter&) = delete;
 
@@ -57,11 +59,13 @@ class BinaryPropertyListWriter {
     std::vector<std::uint32_t> numbers;  // by object
   };
 
-  // Scalars are equal when their encoded forms, which begin with the type, are.
+  // Scalars are equal when their encoded forms, which begin with the type and the length, are.
+  // Their beginning is enough for the hash: a list has few long strings, and tokens differ early.
   struct ScalarHash {
+    static constexpr std::size_t kHashedLength = 512;
     const BinaryPropertyListWriter* writer;
     std::size_t operator()(Object scalar) const {
-      return std::hash<std::string_view>()(writer->encoded(scalar));
+      return std::hash<std::string_view>()(writer->encoded(scalar).substr(0, kHashedLength));
     }
   };
   struct ScalarEqual {
@@ -79,11 +83,17 @@ class BinaryPropertyListWriter {
   std::size_t sizeEstimate(std::size_t referenceWidth) const;
   void appendObject(Data& bytes, const Node& node, const Numbering& numbering) const;
 
+  // Room for a token's record, so that writing one takes few allocations: for the texts and
+  // numbers, and for the many small parts that lead to them.
+  static constexpr std::size_t kUsualLength = 8192;
+  std::array<std::byte, 6144> buffer_;
+  std::pmr::monotonic_buffer_resource memory_{buffer_.data(), buffer_.size()};
+
   Data scalars_;
-  std::vector<Object> references_;
-  std::vector<Node> nodes_;
-  std::unordered_set<Object, ScalarHash, ScalarEqual> shared_{64, ScalarHash{this},
-                                                              ScalarEqual{this}};
+  std::pmr::vector<Object> references_{&memory_};
+  std::pmr::vector<Node> nodes_{&memory_};
+  std::pmr::unordered_set<Object, ScalarHash, ScalarEqual> shared_{64, ScalarHash{this},
+                                                                   ScalarEqual{this}, &memory_};
   bool isUTF8_ = true;
 };
 

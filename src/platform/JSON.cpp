@@ -1,7 +1,8 @@
-#include "src/platform/JSON.h"
+#include "QVROAuth2Client/platform/JSON.h"
 
 #include <string>
 
+#include "src/platform/JSONMembers.h"
 #include "src/platform/JSONReaders.h"
 
 namespace qvr {
@@ -19,14 +20,27 @@ ErrorPtr errorFor(const JSONFailure& failure) {
                                 std::move(userInfo));
 }
 
-}  // namespace
-
-std::optional<Value> JSONObjectWithData(std::span<const std::uint8_t> data, ErrorPtr* error) {
-  if (std::optional<Value> value = readPlainJSON(data)) return value;
+std::optional<Value> read(std::span<const std::uint8_t> data, const JSONNames& names,
+                          ErrorPtr* error) {
+  if (std::optional<Value> value = readPlainJSON(data, names)) return value;
   JSONFailure failure;
-  std::optional<Value> value = readLenientJSON(data, &failure);
+  std::optional<Value> value = readLenientJSON(data, &failure, names);
   if (!value && error != nullptr) *error = errorFor(failure);
   return value;
 }
 
+}  // namespace
+
+std::optional<Value> JSONMembersWithData(std::span<const std::uint8_t> data,
+                                         std::span<const std::string_view> names, ErrorPtr* error) {
+  return read(data, names, error);
+}
+
+inline namespace v1 {
+
+std::optional<Value> JSONObjectWithData(std::span<const std::uint8_t> data, ErrorPtr* error) {
+  return read(data, {}, error);
+}
+
+}  // namespace v1
 }  // namespace qvr

@@ -20,7 +20,7 @@ bool isDigit(char c) {
 // answers a bool has read what its name says, or has written the failure.
 class LenientReader {
  public:
-  explicit LenientReader(std::string_view text) : text_(text) {}
+  LenientReader(std::string_view text, const JSONNames& names) : text_(text), names_(names) {}
 
   std::optional<Value> read() {
     skipWhiteSpace();
@@ -114,7 +114,8 @@ class LenientReader {
     }
     Container& container = open_.back();
     if (container.isObject) {
-      container.members.emplace_back(std::move(container.key), std::move(value));
+      const bool isBuilt = open_.size() > 1 || isWanted(names_, container.key);
+      if (isBuilt) container.members.emplace_back(std::move(container.key), std::move(value));
     } else {
       container.elements.push_back(std::move(value));
     }
@@ -252,6 +253,7 @@ class LenientReader {
   }
 
   const std::string_view text_;
+  const JSONNames& names_;
   std::size_t position_ = 0;
   std::vector<Container> open_;
   Value root_;
@@ -260,13 +262,14 @@ class LenientReader {
 
 }  // namespace
 
-std::optional<Value> readLenientJSON(std::span<const std::uint8_t> data, JSONFailure* failure) {
+std::optional<Value> readLenientJSON(std::span<const std::uint8_t> data, JSONFailure* failure,
+                                     const JSONNames& names) {
   const JSONText text(data);
   if (!text.isWellFormed()) {
     *failure = {"the text is not well-formed Unicode", text.byteOffset(text.utf8().size())};
     return std::nullopt;
   }
-  LenientReader reader(text.utf8());
+  LenientReader reader(text.utf8(), names);
   std::optional<Value> value = reader.read();
   if (!value) *failure = {reader.failure().reason, text.byteOffset(reader.failure().byteOffset)};
   return value;

@@ -21,11 +21,12 @@ Value arrayOf(const dom::array& array) {
   return values;
 }
 
-Value objectOf(const dom::object& object) {
+Value objectOf(const dom::object& object, const JSONNames& names = {}) {
   Value::Object members;
-  members.reserve(object.size());
-  for (const auto [key, element] : object)
-    members.emplace_back(key, valueOf(element));
+  members.reserve(names ? names->size() : object.size());
+  for (const auto [key, element] : object) {
+    if (isWanted(names, key)) members.emplace_back(key, valueOf(element));
+  }
   keepFirstOfEqualKeys(members);
   return members;
 }
@@ -55,7 +56,7 @@ Value valueOf(const dom::element& element) {
 }  // namespace
 
 // The parser is made anew each time: a kept one would keep the tokens of the last body.
-std::optional<Value> readPlainJSON(std::span<const std::uint8_t> data) {
+std::optional<Value> readPlainJSON(std::span<const std::uint8_t> data, const JSONNames& names) {
   if (data.empty()) return std::nullopt;  // the parser copies from its null pointer
   dom::parser parser;
   // Its depth leaves out an innermost container that is empty, so the limit may not be passed by
@@ -63,8 +64,9 @@ std::optional<Value> readPlainJSON(std::span<const std::uint8_t> data) {
   if (parser.allocate(data.size(), kJSONDepthLimit) != simdjson::SUCCESS) return std::nullopt;
   dom::element root;
   if (parser.parse(data.data(), data.size()).get(root) != simdjson::SUCCESS) return std::nullopt;
-  if (!root.is_array() && !root.is_object()) return std::nullopt;
-  return valueOf(root);
+  if (root.is_object()) return objectOf(root.get_object().value_unsafe(), names);
+  if (root.is_array()) return arrayOf(root.get_array().value_unsafe());
+  return std::nullopt;
 }
 
 }  // namespace qvr

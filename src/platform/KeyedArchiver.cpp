@@ -17,6 +17,9 @@ using namespace keyed_archive;
 using ListObject = BinaryPropertyListWriter::Object;
 using ListEntry = BinaryPropertyListWriter::Entry;
 
+// More than a token's record has of entries, objects or classes.
+constexpr std::size_t kUsualCount = 16;
+
 struct Entry {
   std::string key;
   CodedValue value;
@@ -25,6 +28,8 @@ struct Entry {
 // Collects what the root object writes.
 class KeyedArchiver final : public Coder {
  public:
+  KeyedArchiver() { entries_.reserve(kUsualCount); }
+
   void encodeObject(CodedValue value, std::string_view key) override {
     entries_.push_back({std::string(key), std::move(value)});
   }
@@ -46,6 +51,8 @@ class KeyedArchiver final : public Coder {
 class ObjectTable {
  public:
   explicit ObjectTable(BinaryPropertyListWriter* writer) : writer_(writer) {
+    objects_.reserve(kUsualCount);
+    classes_.reserve(kUsualCount);
     append(writer_->string(kNull));
   }
 

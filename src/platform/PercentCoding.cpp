@@ -1,6 +1,6 @@
 #include "src/platform/PercentCoding.h"
 
-#include <array>
+#include <algorithm>
 #include <cstdint>
 
 #include "src/platform/Unicode.h"
@@ -26,31 +26,37 @@ int escapedByte(std::string_view text, std::size_t start) {
 
 // Writes the escape of a byte and answers where it ends.
 char* writeEscape(char* output, std::uint8_t byte) {
-  constexpr char kDigits[] = "0123456789ABCDEF";
+  static constexpr char kDigits[] = "0123456789ABCDEF";
   *output++ = '%';
   *output++ = kDigits[byte >> 4];
   *output++ = kDigits[byte & 0xF];
   return output;
 }
 
-}  // namespace
-
-Text percentEncoded(TextView text, std::string_view kept) {
-  if (!text || !isUTF8(text.view())) return std::nullopt;
-  std::array<bool, 256> isKept{};
-  for (const char c : kept)
-    isKept[static_cast<std::uint8_t>(c)] = true;
-  std::string encoded(3 * text.view().size(), '\0');
-  char* output = encoded.data();
-  for (const char c : text.view()) {
-    const auto byte = static_cast<std::uint8_t>(c);
-    if (isKept[byte]) {
-      *output++ = c;
+// Answers whether it could; if not, the output is as it was.
+bool appendEncoded(std::string& output, TextView text, const CharacterSet& kept) {
+  if (!text || !isUTF8(text.view())) return false;
+  const std::string_view view = text.view();
+  const auto escapes = static_cast<std::size_t>(
+      std::count_if(view.begin(), view.end(), [&kept](char c) { return !kept.contains(c); }));
+  const std::size_t start = output.size();
+  output.resize(start + view.size() + 2 * escapes);
+  char* end = output.data() + start;
+  for (const char c : view) {
+    if (kept.contains(c)) {
+      *end++ = c;
     } else {
-      output = writeEscape(output, byte);
+      end = writeEscape(end, static_cast<std::uint8_t>(c));
     }
   }
-  encoded.resize(static_cast<std::size_t>(output - encoded.data()));
+  return true;
+}
+
+}  // namespace
+
+Text percentEncoded(TextView text, const CharacterSet& kept) {
+  std::string encoded;
+  if (!appendEncoded(encoded, text, kept)) return std::nullopt;
   return encoded;
 }
 
@@ -73,11 +79,11 @@ Text percentDecoded(TextView text) {
   return decoded;
 }
 
-std::string encodedPair(const Text& key, const Text& value) {
-  constexpr std::string_view kAbsent = "(null)";
-  std::string pair(key ? std::string_view(*key) : kAbsent);
+std::string encodedPair(TextView key, TextView value, const CharacterSet& kept) {
+  std::string pair;
+  if (!appendEncoded(pair, key, kept)) pair += kNotEncoded;
   pair += '=';
-  pair += value ? std::string_view(*value) : kAbsent;
+  if (!appendEncoded(pair, value, kept)) pair += kNotEncoded;
   return pair;
 }
 

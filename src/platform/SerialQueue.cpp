@@ -19,16 +19,20 @@ class Backlog : public std::enable_shared_from_this<Backlog> {
  public:
   // The thread comes first: when none can be started, the function is not taken either.
   void push(std::function<void()> function) {
-    MutexLock lock(mutex_);
-    if (!isStarted_) std::thread(&Backlog::drain, shared_from_this()).detach();
-    isStarted_ = true;
-    functions_.push_back(std::move(function));
-    changed_.notify_one();
+    {
+      MutexLock lock(mutex_);
+      if (!isStarted_) std::thread(&Backlog::drain, shared_from_this()).detach();
+      isStarted_ = true;
+      functions_.push_back(std::move(function));
+    }
+    changed_.notify_one();  // without the lock, which the thread takes as it wakes
   }
 
   void close() {
-    MutexLock lock(mutex_);
-    isClosed_ = true;
+    {
+      MutexLock lock(mutex_);
+      isClosed_ = true;
+    }
     changed_.notify_one();
   }
 
@@ -43,15 +47,21 @@ class Backlog : public std::enable_shared_from_this<Backlog> {
   std::optional<std::function<void()>> pop() {
     MutexLock lock(mutex_);
     while (functions_.empty() && !isClosed_)
-      changed_.wait(mutex_);
+      waitForChange();
     if (functions_.empty()) return std::nullopt;
     std::function<void()> function = std::move(functions_.front());
     functions_.pop_front();
     return function;
   }
 
+  void waitForChange() QVR_REQUIRES(mutex_) {
+    std::unique_lock<std::mutex> held(mutex_.native(), std::adopt_lock);
+    changed_.wait(held);
+    held.release();  // it stays locked
+  }
+
   Mutex mutex_;
-  std::condition_variable_any changed_;
+  std::condition_variable changed_;
   std::deque<std::function<void()>> functions_ QVR_GUARDED_BY(mutex_);
   bool isStarted_ QVR_GUARDED_BY(mutex_) = false;
   bool isClosed_ QVR_GUARDED_BY(mutex_) = false;
@@ -62,7 +72,10 @@ class SerialQueue final : public Executor {
   explicit SerialQueue(std::string label)
       : label_(std::move(label)), backlog_(std::make_shared<Backlog>()) {}
 
-  void async(std::function<void()> function) override { backlog_->push(std::move(function)); }
+  void async(std::function<void()> function) override {
+    const std::shared_ptr<Backlog> backlog = backlog_;  // the function may hold the last reference
+    backlog->push(std::move(function));
+  }
 
   std::string label() const override { return label_; }
 

@@ -1,9 +1,9 @@
 #include "QVROAuth2Client/platform/URL.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 
+#include "src/platform/CharacterSet.h"
 #include "src/platform/PercentCoding.h"
 
 namespace qvr {
@@ -23,14 +23,8 @@ constexpr bool isHexDigit(char c) {
 }
 
 // The bytes that may stand anywhere in a URL; "%" and "#" have rules of their own.
-constexpr std::array<bool, 256> kIsLegal = [] {
-  std::array<bool, 256> isLegal{};
-  for (const char c : std::string_view("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
-                                       "0123456789!$&'()*+,-./:;=?@_~[]")) {
-    isLegal[static_cast<unsigned char>(c)] = true;
-  }
-  return isLegal;
-}();
+constexpr CharacterSet kLegalCharacters(
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789!$&'()*+,-./:;=?@_~[]");
 
 bool isEscape(std::string_view text) {
   return text.size() > 2 && text[0] == '%' && isHexDigit(text[1]) && isHexDigit(text[2]);
@@ -40,7 +34,7 @@ bool isEscape(std::string_view text) {
 bool isLegalText(std::string_view text) {
   bool hasFragment = false;
   for (std::size_t i = 0; i < text.size(); ++i) {
-    if (kIsLegal[static_cast<unsigned char>(text[i])]) continue;
+    if (kLegalCharacters.contains(text[i])) continue;
     if (isEscape(text.substr(i))) {
       i += 2;
     } else if (text[i] == '#' && !hasFragment) {

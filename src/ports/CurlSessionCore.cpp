@@ -8,9 +8,11 @@
 namespace qvr {
 
 CurlSessionCore::CurlSessionCore(const URLSessionOptions& options, CurlLoader loader)
-    : options_(options),
-      loader_(loader),
-      callbackQueue_(makeSerialQueue("QVROAuth2Client.URLSession.callbacks")) {}
+    : options_(options), loader_(loader), crew_(std::make_shared<CurlSessionCrew>()) {}
+
+CurlSessionCore::~CurlSessionCore() {
+  crew_->close();
+}
 
 void CurlSessionCore::start(Ref<CurlSessionTask> task) {
   CurlSessionOutcome outcome;
@@ -19,34 +21,25 @@ void CurlSessionCore::start(Ref<CurlSessionTask> task) {
     if (const auto code = refusalOfRequest(task->request())) {
       outcome.error = makeURLError(*code, url);
     } else {
-      const std::string problem = addToLoop(task);
-      if (problem.empty()) return;
+      const std::string problem = ensureLoop();
+      if (problem.empty()) return crew_->send(std::move(task));
       outcome.error = makeURLError(NSURLErrorUnknown, url, problem);
     }
   }
-  CurlSessionTask::finish(std::move(task), std::move(outcome), *callbackQueue_);
+  task->setOutcome(std::move(outcome));
+  crew_->deliver(std::move(task));
 }
 
-void CurlSessionCore::wake() {
-  MutexLock lock(mutex_);
-  if (loop_) loop_->wake();
-}
-
-// Empty when the thread has taken the task.
-std::string CurlSessionCore::addToLoop(const Ref<CurlSessionTask>& task) {
-  MutexLock lock(mutex_);
-  std::string problem = ensureLoop();
-  if (problem.empty()) loop_->add(task);
-  return problem;
-}
-
+// Empty when there is one.
 std::string CurlSessionCore::ensureLoop() {
-  if (loop_) return {};
+  MutexLock lock(mutex_);
+  if (hasLoop_) return {};
   const CurlLibrary& curl = loader_();
   if (!curl.problem.empty()) return curl.problem;
-  auto loop = std::make_unique<CurlSessionLoop>(curl, options_, *callbackQueue_);
-  std::string problem = loop->startThread();
-  if (problem.empty()) loop_ = std::move(loop);
+  auto loop = std::make_unique<CurlSessionLoop>(curl, options_);
+  std::string problem = loop->problem();
+  if (problem.empty()) problem = crew_->employ(std::move(loop));
+  hasLoop_ = problem.empty();
   return problem;
 }
 

@@ -1,15 +1,14 @@
-// What the tasks of a libcurl session share, and keep alive while they are in flight: the callback
-// queue, and the thread that carries the requests, made when the first of them is resumed.
+// What the tasks of a libcurl session share, and keep alive while they are in flight: the threads
+// that carry the requests and call the handlers, and the loop, made when the first task is resumed.
 #pragma once
 
 #include <memory>
 #include <string>
 
-#include "QVROAuth2Client/platform/Executor.h"
 #include "QVROAuth2Client/platform/Ports.h"
 #include "src/platform/Mutex.h"
 #include "src/ports/CurlLibrary.h"
-#include "src/ports/CurlSessionLoop.h"
+#include "src/ports/CurlSessionCrew.h"
 #include "src/ports/CurlSessionTask.h"
 
 namespace qvr {
@@ -25,19 +24,18 @@ class CurlSessionCore final : public Object {
   // Sends the task's request, or finishes the task when that cannot be done.
   void start(Ref<CurlSessionTask> task);
 
-  // Makes the thread look at its tasks, of which one was cancelled.
-  void wake();
+  // Makes the session look at its tasks, of which one was cancelled.
+  void wake() { crew_->wake(); }
 
  private:
-  ~CurlSessionCore() override = default;
-  std::string ensureLoop() QVR_REQUIRES(mutex_);
-  std::string addToLoop(const Ref<CurlSessionTask>& task);
+  ~CurlSessionCore() override;
+  std::string ensureLoop();
 
   const URLSessionOptions options_;
   const CurlLoader loader_;
-  const Ref<Executor> callbackQueue_;
+  const std::shared_ptr<CurlSessionCrew> crew_;
   Mutex mutex_;
-  std::unique_ptr<CurlSessionLoop> loop_ QVR_GUARDED_BY(mutex_);  // goes first: it uses the queue
+  bool hasLoop_ QVR_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace qvr

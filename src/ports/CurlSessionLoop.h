@@ -1,38 +1,45 @@
-// The thread of a libcurl session: it carries every request in flight, sleeps while nothing
-// happens, and keeps connections and the parsed certificate store from one request to the next.
+// The requests of a libcurl session that are waiting or on their way, and libcurl's multi handle,
+// which keeps connections and the parsed certificate store from one request to the next.
 #pragma once
 
 #include <map>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "QVROAuth2Client/platform/Ports.h"
-#include "src/platform/Mutex.h"
 #include "src/ports/CurlLibrary.h"
+#include "src/ports/CurlSessionHandles.h"
 #include "src/ports/CurlSessionTask.h"
 #include "src/ports/CurlSessionTransfer.h"
 
 namespace qvr {
 
-// Thread rule: add() and wake() from any thread once startThread() has succeeded. Destroyed when no
-// task is in flight, on any thread but its own.
+// Thread rule: one thread at a time, whichever it is; wake() on any.
 class CurlSessionLoop {
  public:
-  CurlSessionLoop(const CurlLibrary& curl, const URLSessionOptions& options,
-                  Executor& callbackQueue);
+  CurlSessionLoop(const CurlLibrary& curl, const URLSessionOptions& options);
   ~CurlSessionLoop();
   CurlSessionLoop(const CurlSessionLoop&) = delete;
   CurlSessionLoop& operator=(const CurlSessionLoop&) = delete;
 
-  // Returns why there is no thread; empty when there is one.
-  std::string startThread();
+  // Why it cannot be used; empty when it can.
+  std::string problem() const;
 
-  // Sends the task's request, and finishes the task when its outcome is known.
+  // Takes a request whose time begins now. It is sent by advance().
   void add(Ref<CurlSessionTask> task);
 
-  // Ends tasks that were cancelled.
+  // True while there is a request.
+  bool isBusy() const { return !waiting_.empty() || !flights_.empty(); }
+
+  // Does what can be done without waiting. The tasks that have come to their end, with their
+  // outcome.
+  std::vector<Ref<CurlSessionTask>> advance();
+
+  // Sleeps until there may be something to do: a socket is ready, a deadline has come, or somebody
+  // called wake(), since the last time too.
+  void wait();
+
   void wake();
 
  private:
@@ -51,29 +58,24 @@ class CurlSessionLoop {
   };
   using Flights = std::map<CURL*, Flight>;
 
-  void run();
-  bool takeArrivals();
   bool perform();
   bool endFinished();
   void endCancelledAndOverdue();
   void launchWaiting();
-  bool isBusy(const std::string& host) const;
+  bool isFull(const std::string& host) const;
   void launch(Waiting waiting);
   void endAll(CURLcode result);
   Flights::iterator end(Flights::iterator flight, CURLcode result);
-  bool wait();
+  void finish(Ref<CurlSessionTask> task, CurlSessionOutcome outcome);
 
   const CurlLibrary& curl_;
-  URLSessionOptions options_;
-  Executor& callbackQueue_;
+  const URLSessionOptions options_;
   CURLM* const multi_;
-  Flights flights_;               // the thread's own
-  std::vector<Waiting> waiting_;  // the thread's own, oldest first
-
-  Mutex mutex_;
-  std::vector<Waiting> arrivals_ QVR_GUARDED_BY(mutex_);
-  bool isStopping_ QVR_GUARDED_BY(mutex_) = false;
-  std::thread thread_;
+  CurlSessionHandles handles_;
+  Flights flights_;
+  std::vector<Waiting> waiting_;  // oldest first
+  std::vector<Ref<CurlSessionTask>> finished_;
+  bool mayHaveMore_ = false;  // libcurl may have more to do than it says
 };
 
 }  // namespace qvr

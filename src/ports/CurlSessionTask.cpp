@@ -44,13 +44,9 @@ URLSessionDataTask::State CurlSessionTask::state() const {
   return state_;
 }
 
-void CurlSessionTask::finish(Ref<CurlSessionTask> task, CurlSessionOutcome outcome,
-                             Executor& callbackQueue) {
-  {
-    MutexLock lock(task->mutex_);
-    task->outcome_ = std::move(outcome);
-  }
-  callbackQueue.async([task = std::move(task)] { task->callHandler(); });
+void CurlSessionTask::setOutcome(CurlSessionOutcome outcome) {
+  MutexLock lock(mutex_);
+  outcome_ = std::move(outcome);
 }
 
 void CurlSessionTask::callHandler() {

@@ -4,7 +4,6 @@
 
 #include <optional>
 
-#include "QVROAuth2Client/platform/Executor.h"
 #include "QVROAuth2Client/platform/URLSession.h"
 #include "src/platform/Mutex.h"
 #include "src/ports/CurlSessionByteCount.h"
@@ -20,8 +19,8 @@ struct CurlSessionOutcome {
   ErrorPtr error;
 };
 
-// Thread rule: any. A task in flight is held by the session's thread, then by the call waiting on
-// the callback queue; it holds the session's core until its handler has run.
+// Thread rule: any. A task in flight is held by the session's threads; it holds the session's core
+// until its handler has run.
 class CurlSessionTask final : public URLSessionDataTask {
  public:
   CurlSessionTask(Ref<CurlSessionCore> core, URLRequest request, DataTaskCompletionHandler handler);
@@ -39,14 +38,14 @@ class CurlSessionTask final : public URLSessionDataTask {
 
   bool isCanceling() const { return state() == State::kCanceling; }
 
-  // Hands over what the task came to: the handler is called on `callbackQueue`. A task that is
-  // cancelled before that call reports the cancellation instead.
-  static void finish(Ref<CurlSessionTask> task, CurlSessionOutcome outcome,
-                     Executor& callbackQueue);
+  // What the task came to; callHandler() has to follow.
+  void setOutcome(CurlSessionOutcome outcome);
+
+  // Calls the handler with the outcome. A task that was cancelled before reports that instead.
+  void callHandler();
 
  private:
   ~CurlSessionTask() override;
-  void callHandler();
   CurlSessionOutcome takeOutcome() QVR_REQUIRES(mutex_);
   void wipeBody();
 

@@ -23,26 +23,25 @@ std::string trimmed(std::string_view text) {
 
 }  // namespace
 
-CurlSessionTransfer::CurlSessionTransfer(const CurlLibrary& curl, const URLRequest& request,
-                                         const URLSessionOptions& options,
+CurlSessionTransfer::CurlSessionTransfer(const CurlLibrary& curl, CurlSessionHandles& handles,
+                                         const URLRequest& request, double idleTimeoutSeconds,
                                          Clock::time_point deadline,
                                          CurlSessionByteCount& byteCount)
     : curl_(curl),
+      handles_(handles),
       request_(request),
-      options_(options),
+      idleTimeoutSeconds_(idleTimeoutSeconds),
       byteCount_(byteCount),
-      handle_(curl.easyInit()),
+      handle_(handles.take(setupResult_)),
       wholeDeadline_(deadline),
-      idleDeadline_(deadlineAfter(options.idleTimeoutSeconds)) {
-  if (handle_ == nullptr) {
-    setupResult_ = CURLE_FAILED_INIT;
-  } else {
-    setUp();
-  }
+      idleDeadline_(deadlineAfter(idleTimeoutSeconds)) {
+  if (handle_ != nullptr) setUp();
 }
 
 CurlSessionTransfer::~CurlSessionTransfer() {
-  if (handle_ != nullptr) curl_.easyCleanup(handle_);
+  if (handle_ != nullptr) setNothingOfRequest();
+  if (handle_ != nullptr && isHandleGood_) handles_.giveBack(handle_);
+  if (handle_ != nullptr && !isHandleGood_) handles_.discard(handle_);
   curl_.slistFreeAll(headerList_);
 }
 
@@ -50,12 +49,6 @@ CurlSessionTransfer::~CurlSessionTransfer() {
 template <class T>
 void CurlSessionTransfer::set(CURLoption option, T value) {
   if (setupResult_ == CURLE_OK) setupResult_ = curl_.easySetopt(handle_, option, value);
-}
-
-// For options that an older library may lack and that change no outcome.
-template <class T>
-void CurlSessionTransfer::setIfKnown(CURLoption option, T value) {
-  curl_.easySetopt(handle_, option, value);
 }
 
 template <class T>
@@ -67,16 +60,14 @@ T CurlSessionTransfer::info(CURLINFO key, T absent) const {
 void CurlSessionTransfer::setUp() {
   setTarget();
   setHeaders();
-  setSecurity();
   setCallbacks();
 }
 
+// Options of an earlier request are undone by the first ones.
 void CurlSessionTransfer::setTarget() {
+  set(CURLOPT_HTTPGET, 1L);
+  set(CURLOPT_CUSTOMREQUEST, request_.HTTPMethod.c_str());
   set(CURLOPT_URL, request_.url.absoluteString().c_str());
-  set(CURLOPT_PATH_AS_IS, 1L);
-  set(CURLOPT_HTTP_VERSION,
-      options_.usesHTTP2 ? long{CURL_HTTP_VERSION_2TLS} : long{CURL_HTTP_VERSION_1_1});
-  set(CURLOPT_ACCEPT_ENCODING, "");  // what libcurl can decode
   // Sent from where it is: a copy would be one more to wipe.
   const Data& body = request_.HTTPBody;
   if (request_.HTTPMethod == "HEAD") {
@@ -85,7 +76,6 @@ void CurlSessionTransfer::setTarget() {
     set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
     set(CURLOPT_POSTFIELDS, body.empty() ? "" : reinterpret_cast<const char*>(body.data()));
   }
-  set(CURLOPT_CUSTOMREQUEST, request_.HTTPMethod.c_str());
 }
 
 void CurlSessionTransfer::setHeaders() {
@@ -97,23 +87,7 @@ void CurlSessionTransfer::setHeaders() {
   set(CURLOPT_HTTPHEADER, headerList_);
 }
 
-void CurlSessionTransfer::setSecurity() {
-  set(CURLOPT_PROTOCOLS_STR, "http,https");
-  set(CURLOPT_FOLLOWLOCATION, 0L);  // a token request must not travel on
-  set(CURLOPT_NETRC, long{CURL_NETRC_IGNORED});
-  set(CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});
-  set(CURLOPT_SSL_VERIFYPEER, 1L);
-  set(CURLOPT_SSL_VERIFYHOST, 2L);
-  if (options_.certificateAuthorityFile.empty()) return;
-  // A folder of certificates would keep libcurl from caching the parsed store: 20 ms a connection.
-  set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
-  set(CURLOPT_CAINFO, options_.certificateAuthorityFile.c_str());
-}
-
 void CurlSessionTransfer::setCallbacks() {
-  set(CURLOPT_NOSIGNAL, 1L);
-  setIfKnown(CURLOPT_QUICK_EXIT, 1L);  // a hanging name look-up must not hold up the thread
-  set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   set(CURLOPT_ERRORBUFFER, detail_.data());
   set(CURLOPT_HEADERFUNCTION, &CurlSessionTransfer::onHeader);
   set(CURLOPT_HEADERDATA, this);
@@ -121,10 +95,17 @@ void CurlSessionTransfer::setCallbacks() {
   set(CURLOPT_WRITEDATA, this);
   set(CURLOPT_XFERINFOFUNCTION, &CurlSessionTransfer::onProgress);
   set(CURLOPT_XFERINFODATA, this);
-  set(CURLOPT_NOPROGRESS, 0L);
   set(CURLOPT_DEBUGFUNCTION, &CurlSessionTransfer::onTrace);
   set(CURLOPT_DEBUGDATA, this);
   set(CURLOPT_VERBOSE, 1L);  // traces to the function alone
+}
+
+// The handle outlives what it was given to point to.
+void CurlSessionTransfer::setNothingOfRequest() {
+  curl_.easySetopt(handle_, CURLOPT_VERBOSE, 0L);
+  curl_.easySetopt(handle_, CURLOPT_ERRORBUFFER, static_cast<char*>(nullptr));
+  curl_.easySetopt(handle_, CURLOPT_HTTPHEADER, static_cast<curl_slist*>(nullptr));
+  curl_.easySetopt(handle_, CURLOPT_POSTFIELDS, static_cast<char*>(nullptr));
 }
 
 CurlSessionTransfer::Clock::time_point CurlSessionTransfer::deadlineAfter(double seconds) {
@@ -135,7 +116,7 @@ CurlSessionTransfer::Clock::time_point CurlSessionTransfer::deadlineAfter(double
 
 void CurlSessionTransfer::noteBytes() {
   hasProgressed_ = true;
-  idleDeadline_ = deadlineAfter(options_.idleTimeoutSeconds);
+  idleDeadline_ = deadlineAfter(idleTimeoutSeconds_);
 }
 
 std::size_t CurlSessionTransfer::onHeader(const char* bytes, std::size_t size, std::size_t count,
@@ -183,9 +164,18 @@ bool CurlSessionTransfer::takeHeader(std::string_view line) {
 
 bool CurlSessionTransfer::takeBody(std::string_view bytes) {
   noteBytes();
+  if (body_.empty()) reserveBody();
   isTooLarge_ = bytes.size() > kMaximumBodySize - body_.size();
   if (!isTooLarge_) body_.insert(body_.end(), bytes.begin(), bytes.end());
   return !isTooLarge_;
+}
+
+// A body that grows is copied again and again. What the server announces is not trusted further.
+void CurlSessionTransfer::reserveBody() {
+  const auto announced = info<curl_off_t>(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, 0);
+  if (announced > 0 && announced <= static_cast<curl_off_t>(kMaximumBodySize)) {
+    body_.reserve(static_cast<std::size_t>(announced));
+  }
 }
 
 // The handshake's bytes are not counted by libcurl, but its steps are timed.
@@ -213,6 +203,7 @@ CurlSessionOutcome CurlSessionTransfer::outcome(CURLcode result) {
   if (result == CURLE_OK && !hasWholeHead_) result = CURLE_PARTIAL_FILE;
   if (handle_ != nullptr) noteReceived(info<curl_off_t>(CURLINFO_SIZE_DOWNLOAD_T, 0));
   byteCount_.publish();
+  isHandleGood_ = result == CURLE_OK;
   if (result == CURLE_OK) {
     response_.statusCode = info<long>(CURLINFO_RESPONSE_CODE, 0);
     return {std::move(body_), std::move(response_), nullptr};

@@ -6,15 +6,14 @@
 #include <chrono>
 #include <string_view>
 
-#include "QVROAuth2Client/platform/Ports.h"
 #include "src/ports/CurlLibrary.h"
 #include "src/ports/CurlSessionByteCount.h"
+#include "src/ports/CurlSessionHandles.h"
 #include "src/ports/CurlSessionTask.h"
 
 namespace qvr {
 
-// Thread rule: the session's thread only. The request and the count of the answer's bytes must
-// outlive the transfer.
+// Thread rule: one thread at a time. What the transfer is made with must outlive it.
 class CurlSessionTransfer {
  public:
   using Clock = std::chrono::steady_clock;
@@ -22,9 +21,9 @@ class CurlSessionTransfer {
   static Clock::time_point deadlineAfter(double seconds);
 
   // `deadline` is that of the whole request, which may have waited for its turn before.
-  CurlSessionTransfer(const CurlLibrary& curl, const URLRequest& request,
-                      const URLSessionOptions& options, Clock::time_point deadline,
-                      CurlSessionByteCount& byteCount);
+  CurlSessionTransfer(const CurlLibrary& curl, CurlSessionHandles& handles,
+                      const URLRequest& request, double idleTimeoutSeconds,
+                      Clock::time_point deadline, CurlSessionByteCount& byteCount);
   ~CurlSessionTransfer();
   CurlSessionTransfer(const CurlSessionTransfer&) = delete;
   CurlSessionTransfer& operator=(const CurlSessionTransfer&) = delete;
@@ -56,14 +55,12 @@ class CurlSessionTransfer {
   template <class T>
   void set(CURLoption option, T value);
   template <class T>
-  void setIfKnown(CURLoption option, T value);
-  template <class T>
   T info(CURLINFO key, T absent) const;
   void setUp();
   void setTarget();
   void setHeaders();
-  void setSecurity();
   void setCallbacks();
+  void setNothingOfRequest();
 
   static std::size_t onHeader(const char* bytes, std::size_t size, std::size_t count, void* self);
   static std::size_t onBody(const char* bytes, std::size_t size, std::size_t count, void* self);
@@ -72,17 +69,20 @@ class CurlSessionTransfer {
   static int onTrace(CURL* handle, curl_infotype kind, char* bytes, std::size_t size, void* self);
   bool takeHeader(std::string_view line);
   bool takeBody(std::string_view bytes);
+  void reserveBody();
   void noteProgress(curl_off_t received, curl_off_t sent);
   void noteBytes();
   void noteReceived(curl_off_t bodyBytes);
   std::int64_t errorCode(CURLcode result) const;
 
   const CurlLibrary& curl_;
+  CurlSessionHandles& handles_;
   const URLRequest& request_;
-  const URLSessionOptions& options_;
+  const double idleTimeoutSeconds_;
   CurlSessionByteCount& byteCount_;
-  CURL* const handle_;
   CURLcode setupResult_ = CURLE_OK;
+  CURL* const handle_;
+  bool isHandleGood_ = false;  // for another request
   curl_slist* headerList_ = nullptr;
   std::array<char, CURL_ERROR_SIZE> detail_{};
 

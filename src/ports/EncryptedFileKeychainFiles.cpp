@@ -18,6 +18,10 @@ namespace qvr {
 namespace {
 
 constexpr const char* kLockName = ".keychain-lock";
+
+// Where files are written before they get their names: there a killed writer's are found without
+// looking through all others.
+constexpr const char* kUnfinishedName = ".keychain-unfinished";
 constexpr std::string_view kTemporaryPrefix = ".keychain-";
 constexpr std::string_view kTemporaryExtension = ".tmp";
 constexpr mode_t kDirectoryMode = 0700;
@@ -43,7 +47,24 @@ bool isTemporaryName(std::string_view name) {
   return name.starts_with(kTemporaryPrefix) && name.ends_with(kTemporaryExtension);
 }
 
-// Removes a temporary file unless it was renamed.
+std::vector<std::string> namesIn(FileCalls& calls, const FileDescriptor& directory) {
+  std::vector<std::string> found;
+  required([&] {
+    found.clear();
+    return calls.listDirectory(directory.get(), &found);
+  });
+  return found;
+}
+
+// Temporary files are made under the lock only, so whoever holds it owns what is there. One that
+// cannot be removed does no harm, and is tried again with the next write.
+void removeLeftovers(FileCalls& calls, const FileDescriptor& directory) {
+  for (const std::string& name : namesIn(calls, directory)) {
+    if (isTemporaryName(name)) calls.unlinkAt(directory.get(), name.c_str());
+  }
+}
+
+// A new file, removed again unless it was renamed.
 class TemporaryFile {
  public:
   TemporaryFile(FileCalls& calls, const FileDescriptor& directory)
@@ -54,10 +75,24 @@ class TemporaryFile {
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-  const std::string& name() const { return name_; }
+  // On return the content is on disk.
+  void write(Bytes content) const {
+    const FileDescriptor file(required([&] {
+      return calls_.openAt(directory_.get(), name_.c_str(),
+                           O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kFileMode);
+    }));
+    while (!content.empty()) {
+      const ssize_t count =
+          required([&] { return calls_.write(file.get(), content.data(), content.size()); });
+      content = content.subspan(static_cast<std::size_t>(count));
+    }
+    required([&] { return calls_.sync(file.get()); });
+  }
 
-  void rename(const std::string& to) {
-    required([&] { return calls_.renameAt(directory_.get(), name_.c_str(), to.c_str()); });
+  void rename(const FileDescriptor& directory, const std::string& to) {
+    required([&] {
+      return calls_.renameAt(directory_.get(), name_.c_str(), directory.get(), to.c_str());
+    });
     renamed_ = true;
   }
 
@@ -68,10 +103,9 @@ class TemporaryFile {
   bool renamed_ = false;
 };
 
-int openDirectory(FileCalls& calls, const std::string& path, int flags) {
-  return retryingInterrupts([&] {
-    return calls.openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags, 0);
-  });
+int openDirectory(FileCalls& calls, int parent, const char* name, int flags) {
+  return retryingInterrupts(
+      [&] { return calls.openAt(parent, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags, 0); });
 }
 
 // A file system that cannot sync a folder (EINVAL) keeps renames in order by itself.
@@ -81,17 +115,18 @@ void syncFolder(FileCalls& calls, const FileDescriptor& folder) {
 }
 
 void syncParent(FileCalls& calls, const std::string& path) {
-  const FileDescriptor parent(openDirectory(calls, parentOfPath(path), 0));
+  const FileDescriptor parent(openDirectory(calls, AT_FDCWD, parentOfPath(path).c_str(), 0));
   if (!parent) failWithErrno();
   syncFolder(calls, parent);
 }
 
 void makeDirectories(FileCalls& calls, const std::string& path) {
-  if (calls.makeDirectory(path.c_str(), kDirectoryMode) == 0) return syncParent(calls, path);
+  const auto make = [&] { return calls.makeDirectoryAt(AT_FDCWD, path.c_str(), kDirectoryMode); };
+  if (make() == 0) return syncParent(calls, path);
   if (errno == EEXIST) return;
   if (errno != ENOENT || path.empty()) failWithErrno();
   makeDirectories(calls, parentOfPath(path));
-  if (calls.makeDirectory(path.c_str(), kDirectoryMode) != 0 && errno != EEXIST) failWithErrno();
+  if (make() != 0 && errno != EEXIST) failWithErrno();
   syncParent(calls, path);
 }
 
@@ -124,7 +159,7 @@ PrivateDirectory::PrivateDirectory(FileCalls& calls, FileDescriptor directory)
 }
 
 std::optional<PrivateDirectory> PrivateDirectory::open(FileCalls& calls, const std::string& path) {
-  FileDescriptor directory(openDirectory(calls, path, O_NOFOLLOW));
+  FileDescriptor directory(openDirectory(calls, AT_FDCWD, path.c_str(), O_NOFOLLOW));
   if (directory) return PrivateDirectory(calls, std::move(directory));
   if (errno == ENOENT && !path.empty()) return std::nullopt;
   // A symbolic link, or no folder at all: not what this user made for the store.
@@ -215,12 +250,7 @@ bool PrivateDirectory::contains(const std::string& name) const {
 }
 
 std::vector<std::string> PrivateDirectory::names() const {
-  std::vector<std::string> found;
-  required([&] {
-    found.clear();
-    return calls_->listDirectory(directory_.get(), &found);
-  });
-  return found;
+  return namesIn(*calls_, directory_);
 }
 
 bool PrivateDirectory::isSameAs(const PrivateDirectory& other) const {
@@ -229,12 +259,12 @@ bool PrivateDirectory::isSameAs(const PrivateDirectory& other) const {
   return mine.st_dev == others.st_dev && mine.st_ino == others.st_ino;
 }
 
-void PrivateDirectory::replace(const DirectoryLock& lock, const std::string& name,
-                               Bytes content) const {
-  removeLeftovers(lock);
-  TemporaryFile temporary(*calls_, directory_);
-  writeNewFile(temporary.name(), content);
-  temporary.rename(name);
+void PrivateDirectory::replace(const DirectoryLock&, const std::string& name, Bytes content) const {
+  const FileDescriptor unfinished = openUnfinished();
+  removeLeftovers(*calls_, unfinished);
+  TemporaryFile temporary(*calls_, unfinished);
+  temporary.write(content);
+  temporary.rename(directory_, name);
   syncDirectory();
 }
 
@@ -246,25 +276,21 @@ void PrivateDirectory::remove(const DirectoryLock&, const std::string& name) con
   syncDirectory();
 }
 
-void PrivateDirectory::writeNewFile(const std::string& name, Bytes content) const {
-  const FileDescriptor file(required([&] {
-    return calls_->openAt(directory_.get(), name.c_str(),
-                          O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kFileMode);
-  }));
-  while (!content.empty()) {
-    const ssize_t count =
-        required([&] { return calls_->write(file.get(), content.data(), content.size()); });
-    content = content.subspan(static_cast<std::size_t>(count));
+// Before there was such a folder, unfinished files lay among the finished ones: those are cleared
+// away before it is made, and so for good.
+FileDescriptor PrivateDirectory::openUnfinished() const {
+  const auto open = [&] {
+    return openDirectory(*calls_, directory_.get(), kUnfinishedName, O_NOFOLLOW);
+  };
+  FileDescriptor found(open());
+  if (found) return found;
+  if (errno != ENOENT) failWithErrno();
+  removeLeftovers(*calls_, directory_);
+  if (calls_->makeDirectoryAt(directory_.get(), kUnfinishedName, kDirectoryMode) != 0 &&
+      errno != EEXIST) {
+    failWithErrno();
   }
-  required([&] { return calls_->sync(file.get()); });
-}
-
-// Temporary files are made under the lock only, so whoever holds it owns what is there. One that
-// cannot be removed does no harm, and is tried again with the next write.
-void PrivateDirectory::removeLeftovers(const DirectoryLock&) const {
-  for (const std::string& name : names()) {
-    if (isTemporaryName(name)) calls_->unlinkAt(directory_.get(), name.c_str());
-  }
+  return FileDescriptor(required(open));
 }
 
 void PrivateDirectory::syncDirectory() const {

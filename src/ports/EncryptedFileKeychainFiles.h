@@ -61,7 +61,7 @@ class PrivateDirectory {
 
   // Writes a file whole, in place of one of this name. Whatever happens, the name means the old
   // content or the new; on return the new one is on disk. Also clears away what writers that were
-  // killed have left.
+  // killed have left, at a cost that does not grow with the files in the folder.
   void replace(const DirectoryLock& lock, const std::string& name, Bytes content) const;
 
   void remove(const DirectoryLock& lock, const std::string& name) const;
@@ -70,8 +70,7 @@ class PrivateDirectory {
   PrivateDirectory(FileCalls& calls, FileDescriptor directory);
   struct stat statusOf(const FileDescriptor& file) const;
   FileDescriptor openToRead(const std::string& name) const;
-  void writeNewFile(const std::string& name, Bytes content) const;
-  void removeLeftovers(const DirectoryLock& lock) const;
+  FileDescriptor openUnfinished() const;
   void syncDirectory() const;
 
   FileCalls* calls_;

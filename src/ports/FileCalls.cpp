@@ -44,16 +44,16 @@ int FileCalls::lock(int file, int operation) {
   return flock(file, operation);
 }
 
-int FileCalls::renameAt(int directory, const char* from, const char* to) {
-  return renameat(directory, from, directory, to);
+int FileCalls::renameAt(int fromDirectory, const char* from, int toDirectory, const char* to) {
+  return renameat(fromDirectory, from, toDirectory, to);
 }
 
 int FileCalls::unlinkAt(int directory, const char* name) {
   return unlinkat(directory, name, 0);
 }
 
-int FileCalls::makeDirectory(const char* path, mode_t mode) {
-  return mkdir(path, mode);
+int FileCalls::makeDirectoryAt(int directory, const char* name, mode_t mode) {
+  return mkdirat(directory, name, mode);
 }
 
 int FileCalls::listDirectory(int directory, std::vector<std::string>* names) {

@@ -46,9 +46,9 @@ class FileCalls {
   virtual ssize_t write(int file, const void* bytes, std::size_t size);
   virtual int sync(int file);
   virtual int lock(int file, int operation);
-  virtual int renameAt(int directory, const char* from, const char* to);
+  virtual int renameAt(int fromDirectory, const char* from, int toDirectory, const char* to);
   virtual int unlinkAt(int directory, const char* name);
-  virtual int makeDirectory(const char* path, mode_t mode);
+  virtual int makeDirectoryAt(int directory, const char* name, mode_t mode);
 
   // Appends the names in a directory to `names`.
   virtual int listDirectory(int directory, std::vector<std::string>* names);

@@ -1,6 +1,7 @@
 // Items that live as long as the object, for tests and for hosts that store nothing.
 
-#include <map>
+#include <algorithm>
+#include <unordered_map>
 
 #include "QVROAuth2Client/platform/Ports.h"
 #include "src/platform/Crypto.h"
@@ -14,6 +15,13 @@ namespace {
 void wipeData(Data& data) {
   wipe(data.data(), data.size());
 }
+
+struct NameHash {
+  std::size_t operator()(const KeychainItemName& name) const {
+    const std::hash<std::string> hash;
+    return hash(name.service) ^ (hash(name.account) * 31);
+  }
+};
 
 class InMemoryKeychain final : public KeychainItems {
  public:
@@ -68,15 +76,17 @@ class InMemoryKeychain final : public KeychainItems {
   std::int32_t list(std::vector<KeychainItemName>* names) override {
     MutexLock lock(mutex_);
     std::vector<KeychainItemName> found;
+    found.reserve(items_.size());
     for (const auto& item : items_)
       found.push_back(item.first);
+    std::ranges::sort(found);
     *names = std::move(found);
     return errSecSuccess;
   }
 
  private:
   Mutex mutex_;
-  std::map<KeychainItemName, Data> items_ QVR_GUARDED_BY(mutex_);
+  std::unordered_map<KeychainItemName, Data, NameHash> items_ QVR_GUARDED_BY(mutex_);
 };
 
 }  // namespace

@@ -94,7 +94,8 @@ std::unique_ptr<SecretService> SecretService::connect(const SecretServiceOptions
   return service;
 }
 
-// A plain session: whoever can listen on the user's own bus can ask for the items as well.
+// A plain session: whoever can listen on the user's own bus can ask for the items as well. Nothing
+// else is asked before the answer: a widespread daemon then sometimes refuses what comes with it.
 void SecretService::openSession() {
   uniqueName_ = kWellKnownName;
   BusMessage message = makeCall(kServicePath, kService, "OpenSession");
@@ -152,20 +153,18 @@ SecretService::Found SecretService::search(const KeychainItemName& name) {
   return found;
 }
 
-SecretBytes SecretService::secretOf(const std::string& item) {
+ReceivedSecret SecretService::secretOf(const std::string& item) {
   BusMessage message = makeCall(item, kItem, "GetSecret");
   appendTo(message, "o", session_.c_str());
-  const BusMessage answer = call(std::move(message), Called::kItem);
+  BusMessage answer = call(std::move(message), Called::kItem);
   const BusLibrary& bus = BusLibrary::shared();
-  requireFit(bus.sd_bus_message_sensitive(answer.get()));  // wiped when it goes
+  requireFit(bus.sd_bus_message_sensitive(answer.get()));
   const void* bytes = nullptr;
   std::size_t size = 0;
   requireFit(bus.sd_bus_message_enter_container(answer.get(), 'r', "oayays"));
   requireFit(bus.sd_bus_message_skip(answer.get(), "oay"));
   requireFit(bus.sd_bus_message_read_array(answer.get(), 'y', &bytes, &size));
-  SecretBytes secret(size);
-  std::copy_n(static_cast<const std::uint8_t*>(bytes), size, secret.data());
-  return secret;
+  return {std::move(answer), Bytes(static_cast<const std::uint8_t*>(bytes), size)};
 }
 
 void SecretService::setSecretOf(const std::string& item, Bytes secret) {

@@ -18,10 +18,16 @@
 #include "QVROAuth2Client/platform/Ports.h"
 #include "src/ports/BusConnection.h"
 #include "src/ports/ByteFields.h"
-#include "src/ports/SecretBytes.h"
 #include "src/ports/SecretServiceErrors.h"
 
 namespace qvr {
+
+// The value of an item where it arrived: a message that is wiped when it goes. Memory of
+// SecretBytes' kind would cost more than all the rest of a read does here.
+struct ReceivedSecret {
+  BusMessage message;
+  Bytes bytes;
+};
 
 class SecretService {
  public:
@@ -48,7 +54,7 @@ class SecretService {
   };
   Found search(const KeychainItemName& name);
 
-  SecretBytes secretOf(const std::string& item);
+  ReceivedSecret secretOf(const std::string& item);
   void setSecretOf(const std::string& item, Bytes secret);
 
   // Makes an item, or replaces the one with its attributes.

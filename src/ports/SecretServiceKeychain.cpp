@@ -46,15 +46,15 @@ Paths findOrFail(SecretService& service, const KeychainItemName& name) {
 }
 
 // An empty value is what a service shows while it is locked, and may have been since the gate.
-SecretBytes payloadOf(SecretService& service, const std::string& item) {
-  SecretBytes payload = service.secretOf(item);
-  if (payload.size() > 0) return payload;
+ReceivedSecret payloadOf(SecretService& service, const std::string& item) {
+  ReceivedSecret payload = service.secretOf(item);
+  if (!payload.bytes.empty()) return payload;
   service.openDefaultKeyring();
   return service.secretOf(item);
 }
 
 Data read(SecretService& service, const std::string& item) {
-  std::optional<Data> data = decodeSecretServicePayload(payloadOf(service, item).bytes());
+  std::optional<Data> data = decodeSecretServicePayload(payloadOf(service, item).bytes);
   if (!data) throw SecretServiceFailure{errSecDecode};
   return std::move(*data);
 }
@@ -65,10 +65,7 @@ SecretServiceFailure writeWasLost(SecretService& service) {
 }
 
 void requireStored(SecretService& service, const std::string& item, Bytes payload) {
-  const SecretBytes stored = service.secretOf(item);
-  if (!std::ranges::equal(Bytes(stored.data(), stored.size()), payload)) {
-    throw writeWasLost(service);
-  }
+  if (!std::ranges::equal(service.secretOf(item).bytes, payload)) throw writeWasLost(service);
 }
 
 void replace(SecretService& service, const Paths& items, Bytes payload) {

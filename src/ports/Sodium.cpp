@@ -1,13 +1,9 @@
 #include "src/ports/Sodium.h"
 
 #include <sodium.h>
-#include <sys/random.h>
 
-#include <cerrno>
 #include <exception>
 
-#include "QVROAuth2Client/platform/KeychainItems.h"
-#include "QVROAuth2Client/platform/Ports.h"
 #include "src/platform/Crypto.h"
 
 namespace qvr {
@@ -37,34 +33,4 @@ void wipe(void* memory, std::size_t size) {
   sodium_memzero(memory, size);
 }
 
-namespace {
-
-class SystemRandomSource final : public RandomSource {
- public:
-  // Asks the kernel rather than libsodium, which ends the process where this reports a failure.
-  std::int32_t copyBytes(std::span<std::uint8_t> bytes) override {
-    while (!bytes.empty()) {
-      const ssize_t count = getrandom(bytes.data(), bytes.size(), 0);
-      if (count < 0 && errno == EINTR) continue;
-      if (count < 0) return errSecIO;
-      bytes = bytes.subspan(static_cast<std::size_t>(count));
-    }
-    return errSecSuccess;
-  }
-
-  std::uint32_t uniform(std::uint32_t upperBound) override {
-    initializeSodium();
-    return randombytes_uniform(upperBound);
-  }
-};
-
-}  // namespace
-
-inline namespace v1 {
-
-Ref<RandomSource> makeRandomSource() {
-  return makeRef<SystemRandomSource>();
-}
-
-}  // namespace v1
 }  // namespace qvr

@@ -3,9 +3,13 @@
 #include <utility>
 
 #include "QVROAuth2Client/QVROAuth2Error.h"
-#include "src/platform/JSON.h"
+#include "src/platform/JSONMembers.h"
 
 namespace {
+
+constexpr std::string_view kMemberNames[] = {"access_token",      "token_type", "expires_in",
+                                             "refresh_token",     "scope",      "error",
+                                             "error_description", "error_uri"};
 
 // The member of the body; null when it is not there, or is a JSON null, which counts as absent.
 const qvr::Value* member(const qvr::Value& body, std::string_view name) {
@@ -45,7 +49,7 @@ qvr::Ref<QVROAuth2AccessTokenResponse> QVROAuth2AccessTokenResponse::initWithAcc
 qvr::Ref<QVROAuth2AccessTokenResponse> QVROAuth2AccessTokenResponse::accessTokenResponseWithData(
     const qvr::Data& data, const qvr::HTTPURLResponse*, qvr::ErrorPtr* error) {
   // A top-level array has no members.
-  std::optional<qvr::Value> body = qvr::JSONObjectWithData(data, error);
+  std::optional<qvr::Value> body = qvr::JSONMembersWithData(data, kMemberNames, error);
   if (!body) return nullptr;
 
   // An error response, whatever else it holds.

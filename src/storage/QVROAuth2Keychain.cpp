@@ -9,6 +9,9 @@
 
 namespace {
 
+// Room for most identifiers; what is longer grows.
+constexpr std::size_t kUsualIdentifierSize = 63;
+
 struct DefaultKeychain {
   qvr::Ref<QVROAuth2Keychain> keychain = QVROAuth2Keychain::init();
 };
@@ -35,12 +38,13 @@ bool succeeded(const qvr::KeychainItems& items, std::int32_t status, qvr::ErrorP
 }  // namespace
 
 std::string joinedIdentifier(std::initializer_list<std::string_view> parts) {
-  std::string text = qvr::World::current().settings().bundleIdentifier.value_or("");
-  bool isFirst = !qvr::World::current().settings().bundleIdentifier.has_value();
-  for (const std::string_view part : parts) {
-    if (!std::exchange(isFirst, false)) text += '.';
-    text += part;
-  }
+  const qvr::Text& bundleIdentifier = qvr::World::current().settings().bundleIdentifier;
+  std::string text;
+  text.reserve(kUsualIdentifierSize);
+  if (bundleIdentifier) text.append(*bundleIdentifier) += '.';
+  for (const std::string_view part : parts)
+    text.append(part) += '.';
+  text.pop_back();
   return text;
 }
 

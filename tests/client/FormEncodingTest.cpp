@@ -111,10 +111,13 @@ TEST(FormEncodingTest, AParameterIsNameEqualsValueBothEncoded) {
   EXPECT_EQ(formParameter("name", "a/b"), "name=a%2Fb");
   EXPECT_EQ(formParameter("na~me", "="), "na%7Eme=%3D");
   EXPECT_EQ(formParameter("name", ""), "name=");
+  EXPECT_EQ(formParameter("na~me", "a/b "), "na%7Eme=a/b a%2Fb+");
 }
 
 TEST(FormEncodingTest, AnAbsentEncodingPrintsAsNull) {
   EXPECT_EQ(formParameter("name", "\xFF"), "name=(null)");
+  EXPECT_EQ(formParameter("name", "\xFF "), "name=(null)");
+  EXPECT_EQ(formParameter("name", nullptr), "name=(null)");
 }
 
 }  // namespace

@@ -129,7 +129,7 @@ class AuthorizationTest : public LibraryTest {
 
  private:
   static std::string encoded(const qvr::Text& state) {
-    return qvr::percentEncoded(state, "").value_or("no state");
+    return qvr::percentEncoded(state, qvr::CharacterSet("")).value_or("no state");
   }
 };
 

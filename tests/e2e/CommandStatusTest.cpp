@@ -6,7 +6,7 @@
 #include <set>
 #include <sstream>
 
-#include "src/platform/JSON.h"
+#include "QVROAuth2Client/platform/JSON.h"
 #include "tests/e2e/CommandTest.h"
 
 namespace e2e {

@@ -4,7 +4,7 @@
 #include <iterator>
 #include <stdexcept>
 
-#include "src/platform/JSON.h"
+#include "QVROAuth2Client/platform/JSON.h"
 #include "tests/e2e/Event.h"
 
 namespace e2e {

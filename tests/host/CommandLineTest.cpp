@@ -140,6 +140,22 @@ TEST_F(CommandLineTest, AnswersUsageMistakesWithStatus2AndOneSentence) {
   }
 }
 
+TEST_F(CommandLineTest, UnderstandsTheShortestTokenCommandAsWithOptions) {
+  const std::vector<std::string> accounts[] = {
+      {"google", "me"}, {"yahoo", "me"},   {"google", "two\nlines"}, {"google", ""},
+      {"", "me"},       {"google", "-v"},  {"google", "--bogus"},    {"--bogus", "me"},
+      {"google", "++"}, {"google", "[a]"}, {"google", "token"},      {"google", "--"}};
+  for (const std::vector<std::string>& account : accounts) {
+    const Result shortest = run({"token", account[0], account[1]});
+    const Result other = run({"token", "--format", "raw", account[0], account[1]});
+    SCOPED_TRACE(account[0] + " " + account[1]);
+    EXPECT_EQ(shortest.status, other.status);
+    EXPECT_EQ(shortest.output, other.output);
+    EXPECT_EQ(shortest.error, other.error);
+    EXPECT_THAT(shortest.error, Not(IsEmpty()));
+  }
+}
+
 TEST_F(CommandLineTest, RepeatsNoArgumentThatMayBeASecret) {
   const std::string url = "com.example:/oauth2/auth?code=secret-code&state=x";
   const Result result = run({"open-url", url, url});
@@ -226,13 +242,17 @@ TEST_F(CommandLineTest, ServesAStoredTokenFromAnotherProcessAndListsAndRemovesIt
             host::kNothingStored);
 }
 
-TEST_F(CommandLineTest, LoadsNoNetworkLibraryToServeAStoredToken) {
+TEST_F(CommandLineTest, LoadsNoLibraryThatAStoredTokenDoesNotNeed) {
   const std::string path = storeToken("stored-access");
   const Result result =
       runProgram({QVR_OAUTH2_PROGRAM, "--config", path, "token", "google", "user@example.org"},
                  {{"LD_DEBUG", "files"}});
   EXPECT_EQ(result.output, "stored-access\n");
   EXPECT_THAT(result.error, AllOf(HasSubstr("libsodium"), Not(HasSubstr("libcurl"))));
+  EXPECT_THAT(result.error, Not(HasSubstr("libsystemd")));
+  if (QVR_STATIC_CXX_RUNTIME) {
+    EXPECT_THAT(result.error, Not(HasSubstr("libstdc++")));
+  }
 }
 
 TEST_F(CommandLineTest, SaysItsWarningsAndGoesOn) {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "src/platform/JSON.h"
+#include "QVROAuth2Client/platform/JSON.h"
 
 namespace host_test {
 

@@ -157,6 +157,40 @@ TEST_F(CoalescingTest, AReadThatFailsDuringARefreshAnswersEveryoneAndClearsTheTa
   EXPECT_EQ(session->tasks().size(), 2);
 }
 
+// What the keychain holds is looked at anew for every request, whatever is being refreshed.
+
+TEST_F(CoalescingTest, AnotherRecordThatIsDueJoinsTheRunningRefresh) {
+  put(dueToken("first"));
+  startRefresh("waiting");
+  put(dueToken("second"));
+  request("late");
+  runKeychain();
+  EXPECT_EQ(session->tasks().size(), 1);
+  EXPECT_THAT(answers, IsEmpty());
+}
+
+TEST_F(CoalescingTest, ARecordThatIsNoLongerDueAnswersEveryone) {
+  put(dueToken());
+  startRefresh("waiting");
+  clock->now -= 3600;  // the clock was wrong, and has been set
+  request("late");
+  runKeychain();
+  ASSERT_EQ(answers.size(), 2);
+  const auto token = answers[0].token;
+  EXPECT_THAT(answers, ElementsAre(HasToken("waiting", token), HasToken("late", token)));
+  EXPECT_EQ(token->accessToken(), "due");
+}
+
+TEST_F(CoalescingTest, AnArchiveThatIsDamagedDuringARefreshAnswersEveryoneWithItsError) {
+  put(dueToken());
+  startRefresh("waiting");
+  keychain->put(kGoogleService, kUser, support::bytes("damaged"));
+  request("late");
+  runKeychain();
+  EXPECT_THAT(answers, ElementsAre(HasError("waiting", qvr::NSCocoaErrorDomain, 4864),
+                                   HasError("late", qvr::NSCocoaErrorDomain, 4864)));
+}
+
 // A fresh token that appears, say by a new sign-in, while a refresh is running.
 class FreshTokenDuringRefreshTest : public CoalescingTest {
  protected:

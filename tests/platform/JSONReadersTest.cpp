@@ -149,6 +149,33 @@ TEST(JSONReadersTest, OfEqualKeysTheFirstWinsAtEveryDepth) {
     expectAccepted(expected);
 }
 
+TEST(JSONReadersTest, BuildOfTheOutermostObjectOnlyTheNamedMembers) {
+  constexpr std::string_view kNames[] = {"a", "b"};
+  const AcceptedCase cases[] = {
+      {"{}", Object{}},
+      {R"({"c":1})", Object{}},
+      {R"({"c":1,"b":[2],"a":3,"aa":4,"":5})", Object{{"b", Array{2}}, {"a", 3}}},
+      {R"({"a":1,"c":2,"\u0061":3,"c":4})", Object{{"a", 1}}},
+      {R"({"a":{"c":1,"a":2},"c":{"a":3}})", Object{{"a", Object{{"c", 1}, {"a", 2}}}}},
+      {R"([{"c":1}])", Array{Object{{"c", 1}}}},
+  };
+  for (const auto& [body, value, readBy] : cases) {
+    JSONFailure failure;
+    EXPECT_TRUE(readPlainJSON(bytesOf(body), kNames) == value) << body;
+    EXPECT_TRUE(readLenientJSON(bytesOf(body), &failure, kNames) == value) << body;
+  }
+}
+
+TEST(JSONReadersTest, CheckTheMembersThatTheyDoNotBuild) {
+  constexpr std::string_view kNames[] = {"a"};
+  for (const char* body :
+       {R"({"a":1,"c":nil})", R"({"a":1,"c":01})", "{\"a\":1,\"c\":\"\xFF\"}", R"({"c":[1,{]})"}) {
+    JSONFailure failure;
+    EXPECT_FALSE(readPlainJSON(bytesOf(body), kNames)) << body;
+    EXPECT_FALSE(readLenientJSON(bytesOf(body), &failure, kNames)) << body;
+  }
+}
+
 TEST(JSONReadersTest, OfManyEqualKeysTheFirstWinsToo) {
   std::string body = "{";
   Object expected;

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "src/platform/JSON.h"
+#include "src/platform/JSONMembers.h"
 #include "tests/platform/BytesOf.h"
 
 namespace qvr {
@@ -87,6 +87,25 @@ TEST(JSONTest, TenThousandNestedArraysAreRefused) {
   EXPECT_FALSE(JSONObjectWithData(bytesOf(std::string(10000, '[')), &error).has_value());
   ASSERT_NE(error, nullptr);
   EXPECT_TRUE(error->is(NSCocoaErrorDomain, NSPropertyListReadCorruptError));
+}
+
+TEST(JSONMembersTest, ReadsTheNamedMembersByWhicheverReaderAcceptsTheBody) {
+  constexpr std::string_view kNames[] = {"a"};
+  ErrorPtr error;
+  for (const char* body : {R"({"b":1,"a":2})", R"({"b":1,"a":2,})"}) {
+    EXPECT_EQ(JSONMembersWithData(bytesOf(body), kNames, &error), Value(Object{{"a", 2}})) << body;
+  }
+  EXPECT_EQ(error, nullptr);
+}
+
+TEST(JSONMembersTest, FailsAsJSONObjectWithDataDoes) {
+  ErrorPtr error;
+  ErrorPtr membersError;
+  EXPECT_FALSE(JSONObjectWithData(bytesOf(R"({"b":})"), &error));
+  EXPECT_FALSE(JSONMembersWithData(bytesOf(R"({"b":})"), {}, &membersError));
+  ASSERT_TRUE(error && membersError && error->userInfo() && membersError->userInfo());
+  EXPECT_EQ(membersError->code(), error->code());
+  EXPECT_EQ(*membersError->userInfo(), *error->userInfo());
 }
 
 }  // namespace

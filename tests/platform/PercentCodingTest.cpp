@@ -8,8 +8,9 @@
 namespace qvr {
 namespace {
 
-constexpr std::string_view kKept =
+constexpr std::string_view kKeptCharacters =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
+constexpr CharacterSet kKept(kKeptCharacters);
 
 struct CodingCase {
   Text input;
@@ -69,7 +70,7 @@ TEST(PercentCodingTest, EncodesEveryByteOutsideTheKeptSet) {
 TEST(PercentCodingTest, KeepsExactlyTheKeptSetAmongASCII) {
   for (int c = 0; c < 128; ++c) {
     const std::string character(1, static_cast<char>(c));
-    const bool isKept = kKept.find(character) != std::string_view::npos;
+    const bool isKept = kKeptCharacters.find(character) != std::string_view::npos;
     const Text encoded = percentEncoded(character, kKept);
     ASSERT_TRUE(encoded.has_value());
     EXPECT_EQ(*encoded == character, isKept) << c;
@@ -79,14 +80,19 @@ TEST(PercentCodingTest, KeepsExactlyTheKeptSetAmongASCII) {
 }
 
 TEST(PercentCodingTest, EmptyKeptSetEscapesEverything) {
-  EXPECT_EQ(percentEncoded("aZ", ""), "%61%5A");
+  EXPECT_EQ(percentEncoded("aZ", CharacterSet("")), "%61%5A");
 }
 
-TEST(PercentCodingTest, PairsPrintAbsentTextsAsNull) {
-  EXPECT_EQ(encodedPair("a", "b"), "a=b");
-  EXPECT_EQ(encodedPair("", ""), "=");
-  EXPECT_EQ(encodedPair("a", std::nullopt), "a=(null)");
-  EXPECT_EQ(encodedPair(std::nullopt, "b"), "(null)=b");
+TEST(PercentCodingTest, PairsHoldBothTextsEncoded) {
+  EXPECT_EQ(encodedPair("a b", "c=d", kKept), "a%20b=c%3Dd");
+  EXPECT_EQ(encodedPair("a", "~", kKept), "a=~");
+  EXPECT_EQ(encodedPair("", "", kKept), "=");
+}
+
+TEST(PercentCodingTest, PairsPrintWhatCannotBeEncodedAsNull) {
+  EXPECT_EQ(encodedPair("a", std::nullopt, kKept), "a=(null)");
+  EXPECT_EQ(encodedPair(std::nullopt, "b", kKept), "(null)=b");
+  EXPECT_EQ(encodedPair("a\xFF", "b c\xFF", kKept), "(null)=(null)");
 }
 
 }  // namespace

@@ -6,8 +6,12 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
 
 #include "src/ports/CurlSession.h"
 #include "tests/ports/CurlSessionFixture.h"
@@ -210,26 +214,29 @@ TEST_F(CurlSessionFaultTest, NameLookUpThatHangsHoldsUpNeitherCancelNorDeadlines
   hangingLookup().mayEnd.happen();
 }
 
-// A line of /proc's status file of the session's thread; empty when there is no such thread.
-std::string threadStatus(const std::string& key) {
+// A line of /proc's status file of each of the session's threads.
+std::vector<std::string> threadStatuses(const std::string& key) {
+  std::vector<std::string> statuses;
   for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
     std::string name;
     std::getline(std::ifstream(thread.path() / "comm"), name);
     std::ifstream status(thread.path() / "status");
     for (std::string line; name == "qvr-https" && std::getline(status, line);) {
-      if (line.starts_with(key + ":\t")) return line.substr(key.size() + 2);
+      if (line.starts_with(key + ":\t")) statuses.push_back(line.substr(key.size() + 2));
     }
   }
-  return {};
+  return statuses;
 }
 
 TEST_F(CurlSessionFaultTest, LeavesTheSignalsOfTheProcessToOtherThreads) {
   get(server.url());
-  const std::string blocked = threadStatus("SigBlk");
+  const std::vector<std::string> blocked = threadStatuses("SigBlk");
   ASSERT_FALSE(blocked.empty());
-  const unsigned long long mask = std::stoull(blocked, nullptr, 16);
-  for (const int signal : {SIGPIPE, SIGINT, SIGTERM, SIGCHLD, SIGALRM, SIGUSR1})
-    EXPECT_TRUE(mask >> (signal - 1) & 1) << signal;
+  for (const std::string& each : blocked) {
+    const unsigned long long mask = std::stoull(each, nullptr, 16);
+    for (const int signal : {SIGPIPE, SIGINT, SIGTERM, SIGCHLD, SIGALRM, SIGUSR1})
+      EXPECT_TRUE(mask >> (signal - 1) & 1) << signal;
+  }
 }
 
 TEST_F(CurlSessionFaultTest, SleepsWhileARequestWaitsForItsAnswer) {
@@ -239,11 +246,102 @@ TEST_F(CurlSessionFaultTest, SleepsWhileARequestWaitsForItsAnswer) {
   const ReplyWaiter waiter;
   session->dataTask(requestFor(server.url()), waiter.handler())->resume();
   ASSERT_TRUE(server.waitForRequests(1));
-  const auto wakeUps = [] { return std::stol("0" + threadStatus("voluntary_ctxt_switches")); };
+  const auto wakeUps = [] {
+    long sum = 0;
+    for (const std::string& each : threadStatuses("voluntary_ctxt_switches"))
+      sum += std::stol(each);
+    return sum;
+  };
   const long before = wakeUps();
   EXPECT_EQ(codeOf(waiter.wait()), qvr::NSURLErrorTimedOut);
-  EXPECT_GT(wakeUps(), 0) << "the session's thread was not found";
+  EXPECT_GT(wakeUps(), 0) << "the session's threads were not found";
   EXPECT_LT(wakeUps() - before, 20) << "something polls";
+}
+
+// Threads on which requests were sent, in the order of the requests.
+class SendingThreads {
+ public:
+  void add() {
+    const std::lock_guard lock(mutex_);
+    ids_.push_back(std::this_thread::get_id());
+  }
+  std::vector<std::thread::id> take() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(ids_, {});
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<std::thread::id> ids_;
+};
+
+SendingThreads& sendingThreads() {
+  static SendingThreads threads;
+  return threads;
+}
+
+const qvr::CurlLibrary& libraryThatNotesThreads() {
+  static const qvr::CurlLibrary library = brokenLibrary([](auto& table) {
+    table.multiAddHandle = [](CURLM* multi, CURL* easy) {
+      sendingThreads().add();
+      return qvr::CurlLibrary::shared().multiAddHandle(multi, easy);
+    };
+  });
+  return library;
+}
+
+// The first request reads the certificate store, which takes longer than a caller should wait.
+TEST_F(CurlSessionFaultTest, SendsAllButTheFirstRequestOnTheThreadThatResumesThem) {
+  useLibrary(libraryThatNotesThreads);
+  sendingThreads().take();
+  for (int i = 0; i < 4; ++i)
+    EXPECT_EQ(get(server.url()).body(), "{}");
+  const std::vector<std::thread::id> threads = sendingThreads().take();
+  ASSERT_EQ(threads.size(), 4u);
+  EXPECT_NE(threads[0], std::this_thread::get_id());
+  for (std::size_t i = 1; i < threads.size(); ++i)
+    EXPECT_EQ(threads[i], std::this_thread::get_id());
+}
+
+const qvr::CurlLibrary& libraryThatWritesToClosedPipes() {
+  static const qvr::CurlLibrary library = brokenLibrary([](auto& table) {
+    table.multiPerform = [](CURLM* multi, int* running) {
+      ::pthread_kill(::pthread_self(), SIGPIPE);
+      return qvr::CurlLibrary::shared().multiPerform(multi, running);
+    };
+  });
+  return library;
+}
+
+bool isPending(int signal) {
+  sigset_t pending;
+  ::sigpending(&pending);
+  return ::sigismember(&pending, signal) == 1;
+}
+
+TEST_F(CurlSessionFaultTest, KeepsTheSignalOfAClosedPipeFromTheThreadThatResumes) {
+  useLibrary(libraryThatWritesToClosedPipes);
+  for (int i = 0; i < 3; ++i)
+    EXPECT_EQ(get(server.url()).body(), "{}");
+  EXPECT_FALSE(isPending(SIGPIPE));
+  sigset_t mask;
+  ::pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+  EXPECT_FALSE(::sigismember(&mask, SIGPIPE)) << "the thread's mask was changed";
+}
+
+TEST_F(CurlSessionFaultTest, LeavesTheHostsOwnPendingSignalOfAClosedPipe) {
+  useLibrary(libraryThatWritesToClosedPipes);
+  get(server.url());
+  sigset_t pipe;
+  ::sigemptyset(&pipe);
+  ::sigaddset(&pipe, SIGPIPE);
+  ::pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
+  ::pthread_kill(::pthread_self(), SIGPIPE);
+  EXPECT_EQ(get(server.url()).body(), "{}");
+  EXPECT_TRUE(isPending(SIGPIPE));
+  int signal = 0;
+  ::sigwait(&pipe, &signal);
+  ::pthread_sigmask(SIG_UNBLOCK, &pipe, nullptr);
 }
 
 }  // namespace

@@ -97,6 +97,29 @@ TEST_F(CurlSessionMessageTest, SendsTheMethodAsGiven) {
   EXPECT_EQ(server.requests().at(2).body, "put");
 }
 
+TEST_F(CurlSessionMessageTest, KeepsNothingOfARequestForTheNextOne) {
+  qvr::URLRequest first = tokenRequest("refresh_token=first");
+  first.headers.emplace_back("X-First", "1");
+  send(std::move(first));
+  qvr::URLRequest head = requestFor(server.url("/head"));
+  head.HTTPMethod = "HEAD";
+  server.enqueue(answer(204));
+  send(std::move(head));
+  send(tokenRequest(""));
+  EXPECT_EQ(get(server.url("/last")).body(), "{}");
+  const std::vector<CapturedRequest> requests = server.requests();
+  ASSERT_EQ(requests.size(), 4u);
+  for (std::size_t i = 1; i < requests.size(); ++i) {
+    EXPECT_EQ(requests[i].body, "");
+    EXPECT_EQ(requests[i].header("X-First"), std::nullopt);
+  }
+  EXPECT_EQ(requests[1].requestLine(), "HEAD /head HTTP/1.1");
+  EXPECT_EQ(requests[1].header("Content-Type"), std::nullopt);
+  EXPECT_EQ(requests[2].header("Content-Length"), "0");
+  EXPECT_EQ(requests[3].requestLine(), "GET /last HTTP/1.1");
+  EXPECT_EQ(requests[3].header("Content-Length"), std::nullopt);
+}
+
 TEST_F(CurlSessionMessageTest, SendsPathAndQueryAsWritten) {
   get(server.url("/a/../b/./c%2fd?q=%20+&x=/../#fragment"));
   EXPECT_EQ(onlyRequest().requestLine(), "GET /a/../b/./c%2fd?q=%20+&x=/../ HTTP/1.1");

@@ -158,6 +158,16 @@ TEST_F(CurlSessionTLSTest, KeepsToHTTP11WhenToldTo) {
   EXPECT_EQ(get(modern.url()).body(), "HTTP/1.1");
 }
 
+TEST_F(CurlSessionTLSTest, ResumesTheTLSSessionOfAnEarlierConnection) {
+  const HTTP2Server modern(certificates.valid());
+  options.usesHTTP2 = false;
+  trust(certificates.authorityFile());
+  EXPECT_EQ(get(modern.url()).body(), "HTTP/1.1");
+  EXPECT_EQ(get(modern.url()).body(), "HTTP/1.1 resumed");
+  trust(certificates.authorityFile());
+  EXPECT_EQ(get(modern.url()).body(), "HTTP/1.1") << "a session took over another one's trust";
+}
+
 TEST_F(CurlSessionTLSTest, ReusesTheHTTP2Connection) {
   const HTTP2Server modern(certificates.valid());
   for (int i = 0; i < 5; ++i)

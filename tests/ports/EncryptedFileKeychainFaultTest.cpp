@@ -51,7 +51,7 @@ class EncryptedFileKeychainFaultTest : public FileKeychainTest {
 
   void prepareItem(const std::string& text) {
     ASSERT_EQ(Item{*open()}.add(text), qvr::errSecSuccess);
-    setContent(inDirectory(".keychain-00.tmp"), "left by a killed writer");
+    setContent(inUnfinished(".keychain-00.tmp"), "left by a killed writer");
   }
 
   std::size_t countOfItems() const {
@@ -159,7 +159,7 @@ TEST_F(EncryptedFileKeychainFaultTest, SignalsInterruptNothing) {
       EINTR, [] {}, [](const Item& item) { return item.add(kNew); },
       [&](std::int32_t status, const FaultyFileCalls& calls) {
         // Folders are made and files removed without waiting, so nothing interrupts that.
-        EXPECT_TRUE(status == 0 || calls.failed() == "makeDirectory");
+        EXPECT_TRUE(status == 0 || calls.failed() == "makeDirectoryAt");
       });
   failEach(
       EINTR, prepare, [](const Item& item) { return item.update(kNew); }, succeeds);

@@ -133,6 +133,20 @@ TEST_F(EncryptedFileKeychainProcessTest, WriterWaitsForTheOneBeforeIt) {
   EXPECT_EQ(Item{*open()}.text(), "new");
 }
 
+TEST_F(EncryptedFileKeychainProcessTest, WhatAnotherWriterHasNotFinishedIsLeftAlone) {
+  ASSERT_EQ(Item{*open()}.add("old"), qvr::errSecSuccess);
+  std::optional<qvr::FileDescriptor> other = takeLock(directory());
+  setContent(inUnfinished(".keychain-0123456789abcdef.tmp"), "half an it");
+  Tuning impatient = tuning();
+  impatient.lockDeadline = std::chrono::milliseconds(20);
+  EXPECT_EQ(Item{*open(impatient)}.update("new"), qvr::errSecNotAvailable);
+  EXPECT_EQ((Item{*open(impatient), "a", "b"}.add("new")), qvr::errSecNotAvailable);
+  EXPECT_EQ(Item{*open(impatient)}.text(), "old");
+  std::vector<qvr::KeychainItemName> names;
+  EXPECT_EQ(open(impatient)->list(&names), qvr::errSecSuccess);
+  EXPECT_EQ(leftovers(), 1u);
+}
+
 TEST_F(EncryptedFileKeychainProcessTest, StoreThatStaysLockedIsNotAvailableForNow) {
   ASSERT_EQ(Item{*open()}.add("old"), qvr::errSecSuccess);
   std::optional<qvr::FileDescriptor> other = takeLock(directory());

@@ -47,7 +47,7 @@ TEST_F(EncryptedFileKeychainTest, FilesAndFoldersAreTheUsersAlone) {
   EXPECT_EQ(modeOf(key), 0600u);
   EXPECT_EQ(std::filesystem::file_size(key), 32u);
   for (const auto& entry : std::filesystem::directory_iterator(deep)) {
-    EXPECT_EQ(modeOf(entry.path()), 0600u) << entry.path();
+    EXPECT_EQ(modeOf(entry.path()), entry.is_directory() ? 0700u : 0600u) << entry.path();
   }
 }
 
@@ -79,7 +79,8 @@ TEST_F(EncryptedFileKeychainTest, StoresMayShareAKey) {
 TEST_F(EncryptedFileKeychainTest, NeitherDataNorNamesAreOnDiskInClear) {
   ASSERT_EQ(Item{*open()}.add("very secret"), qvr::errSecSuccess);
   for (const auto& entry : std::filesystem::directory_iterator(directory())) {
-    const std::string seen = entry.path().filename().string() + contentOf(entry.path());
+    const std::string content = entry.is_directory() ? "" : contentOf(entry.path());
+    const std::string seen = entry.path().filename().string() + content;
     for (const char* text : {"very secret", "Google.OAuth2Token", "user@example.com"}) {
       EXPECT_EQ(seen.find(text), std::string::npos) << entry.path() << " has " << text;
     }
@@ -132,12 +133,63 @@ TEST_F(EncryptedFileKeychainTest, AStoreThatIsReplacedWhileInUseIsReadWithItsOwn
 
 TEST_F(EncryptedFileKeychainTest, WhatKilledWritersLeftIsClearedAwayByTheNextWrite) {
   ASSERT_EQ(Item{*open()}.add("secret"), qvr::errSecSuccess);
+  setContent(inUnfinished(".keychain-0123456789abcdef.tmp"), "half an it");
+  setContent(inUnfinished("notes.tmp"), "the user's own");
+  EXPECT_EQ(Item{*open()}.text(), "secret");
+  EXPECT_EQ(leftovers(), 2u);
+  ASSERT_EQ(Item{*open()}.update("newer"), qvr::errSecSuccess);
+  EXPECT_EQ(namesEnding(inUnfinished(""), ".tmp"), std::vector<std::string>{"notes.tmp"});
+}
+
+// There unfinished files lay among the finished ones.
+TEST_F(EncryptedFileKeychainTest, WhatKilledWritersLeftInAStoreOfOldIsClearedAwayByTheNextWrite) {
+  ASSERT_EQ(Item{*open()}.add("secret"), qvr::errSecSuccess);
+  std::filesystem::remove(inUnfinished(""));
   setContent(inDirectory(".keychain-0123456789abcdef.tmp"), "half an it");
   setContent(inDirectory("notes.tmp"), "the user's own");
   EXPECT_EQ(Item{*open()}.text(), "secret");
   EXPECT_EQ(leftovers(), 2u);
   ASSERT_EQ(Item{*open()}.update("newer"), qvr::errSecSuccess);
   EXPECT_EQ(namesEnding(directory(), ".tmp"), std::vector<std::string>{"notes.tmp"});
+  EXPECT_EQ(Item{*open()}.text(), "newer");
+}
+
+TEST_F(EncryptedFileKeychainTest, AnotherFolderIsNeverWrittenThrough) {
+  ASSERT_EQ(Item{*open()}.add("secret"), qvr::errSecSuccess);
+  const std::string elsewhere = folder_.file("elsewhere");
+  std::filesystem::create_directory(elsewhere);
+  setContent(elsewhere + "/.keychain-0123456789abcdef.tmp", "another's");
+  std::filesystem::remove(inUnfinished(""));
+  std::filesystem::create_directory_symlink(elsewhere, inDirectory(".keychain-unfinished"));
+  EXPECT_EQ(Item{*open()}.update("newer"), qvr::errSecIO);
+  EXPECT_EQ(Item{*open()}.text(), "secret");
+  EXPECT_EQ(namesEnding(elsewhere, ".tmp").size(), 1u);
+}
+
+// Counts the names that are looked through.
+class CountedNames final : public qvr::FileCalls {
+ public:
+  int listDirectory(int directory, std::vector<std::string>* names) override {
+    const int result = FileCalls::listDirectory(directory, names);
+    count_ += names->size();
+    return result;
+  }
+  std::size_t count() const { return count_; }
+
+ private:
+  std::size_t count_ = 0;
+};
+
+TEST_F(EncryptedFileKeychainTest, OperationsOnAnItemDoNotLookThroughTheOthers) {
+  for (int number = 0; number < 20; ++number)
+    ASSERT_EQ((Item{*open(), "service", std::to_string(number)}.add("x")), qvr::errSecSuccess);
+  CountedNames calls;
+  const auto keychain = open(tuning(calls));
+  ASSERT_EQ((Item{*keychain, "service", "7"}.update("y")), qvr::errSecSuccess);
+  ASSERT_EQ((Item{*keychain, "service", "new"}.add("z")), qvr::errSecSuccess);
+  ASSERT_EQ((Item{*keychain, "service", "8"}.text()), "x");
+  ASSERT_EQ((Item{*keychain, "service", "9"}.remove()), qvr::errSecSuccess);
+  EXPECT_LE(calls.count(), 2 * 2u);  // "." and ".." for each of the two writes
 }
 
 TEST(PathTest, ParentAndLastComponent) {

@@ -60,6 +60,16 @@ TEST_F(SecretServiceKeychainTest, ColdReadIsFourCalls) {
   EXPECT_EQ(service_.with([](Keyring& keyring) { return keyring.calls; }), calls);
 }
 
+TEST_F(SecretServiceKeychainTest, EveryFurtherReadIsThreeCallsWhoseFirstLooksAtTheLock) {
+  ASSERT_EQ(item_.add("secret"), qvr::errSecSuccess);
+  service_.with([](Keyring& keyring) { keyring.calls.clear(); });
+  EXPECT_EQ(item_.text(), "secret");
+  EXPECT_EQ(item_.text(), "secret");
+  const std::vector<std::string> calls = {"Locked", "SearchItems", "GetSecret",
+                                          "Locked", "SearchItems", "GetSecret"};
+  EXPECT_EQ(service_.with([](Keyring& keyring) { return keyring.calls; }), calls);
+}
+
 TEST_F(SecretServiceKeychainTest, SessionsOutputMayBeOfAnyType) {
   service_.with([](Keyring& keyring) { keyring.opensWithBytes = true; });
   EXPECT_EQ(item_.add("secret"), qvr::errSecSuccess);

@@ -43,5 +43,28 @@ TEST(SecretServicePayloadTest, EveryCutAndEveryChangedCharacterIsSeen) {
   EXPECT_EQ(decoded(payload + "AAAA"), std::nullopt);
 }
 
+TEST(SecretServicePayloadTest, DataHasOneTextOnly) {
+  const std::string of[] = {encoded("1"), encoded("12"), encoded("123")};
+  ASSERT_TRUE(of[0].ends_with(":MQ=="));
+  ASSERT_TRUE(of[1].ends_with(":MTI="));
+  const std::string heads[] = {of[0].substr(0, 14), of[1].substr(0, 14), of[2].substr(0, 14)};
+  EXPECT_EQ(decoded(heads[0] + "MQ=="), "1");
+  EXPECT_EQ(decoded(heads[1] + "MTI="), "12");
+  EXPECT_EQ(decoded(heads[2] + "MTIz"), "123");
+  // The same bytes with unused bits, without padding, or with what only some decoders skip.
+  for (const char* other : {"MR==", "MQ", "MQ=", "MQ===", "MQ=A", "=MQ=", "MQ==\n", " MQ=="})
+    EXPECT_EQ(decoded(heads[0] + other), std::nullopt) << other;
+  for (const char* other : {"MTJ=", "MTI", "MTI==", "MT=I"})
+    EXPECT_EQ(decoded(heads[1] + other), std::nullopt) << other;
+  for (const char* other : {"MTIz====", "MTI z", "MTIz=", "\x80TIz", "MTI-"})
+    EXPECT_EQ(decoded(heads[2] + other), std::nullopt) << other;
+}
+
+TEST(SecretServicePayloadTest, NothingIsEncodedByPaddingAlone) {
+  const std::string head = encoded("");
+  for (const char* other : {"====", "A===", "==", "="})
+    EXPECT_EQ(decoded(head + other), std::nullopt) << other;
+}
+
 }  // namespace
 }  // namespace ports_test

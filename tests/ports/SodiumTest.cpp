@@ -1,11 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
-#include <set>
-#include <thread>
 
-#include "QVROAuth2Client/platform/Ports.h"
 #include "src/platform/Crypto.h"
 #include "src/ports/ByteFields.h"
 #include "src/ports/SecretBytes.h"
@@ -71,55 +67,6 @@ TEST(SecretBytesTest, HoldsWhatIsWrittenAlsoAfterAMove) {
 
 TEST(SecretBytesTest, MemoryThatIsNotThereIsAnError) {
   EXPECT_THROW(qvr::SecretBytes(SIZE_MAX / 2), std::bad_alloc);
-}
-
-TEST(RandomSourceTest, FillsTheWholeBufferDifferentlyEachTime) {
-  const auto source = qvr::makeRandomSource();
-  std::set<qvr::Data> seen;
-  for (int turn = 0; turn < 100; ++turn) {
-    qvr::Data buffer(32);
-    ASSERT_EQ(source->copyBytes(buffer), 0);
-    seen.insert(buffer);
-  }
-  EXPECT_EQ(seen.size(), 100u);
-}
-
-TEST(RandomSourceTest, FillsLongBuffersToTheEndAndEmptyOnesToo) {
-  const auto source = qvr::makeRandomSource();
-  qvr::Data buffer(1 << 20);
-  ASSERT_EQ(source->copyBytes(buffer), 0);
-  // 64 zeros in a row, anywhere, would be a part that was left out.
-  EXPECT_EQ(std::search_n(buffer.begin(), buffer.end(), 64, 0), buffer.end());
-  EXPECT_EQ(source->copyBytes({}), 0);
-}
-
-TEST(RandomSourceTest, UniformStaysBelowItsBoundAndReachesEveryNumber) {
-  const auto source = qvr::makeRandomSource();
-  std::set<std::uint32_t> seen;
-  for (int turn = 0; turn < 10'000; ++turn) {
-    const std::uint32_t number = source->uniform(66);
-    ASSERT_LT(number, 66u);
-    seen.insert(number);
-  }
-  EXPECT_EQ(seen.size(), 66u);
-  EXPECT_EQ(source->uniform(1), 0u);
-  EXPECT_EQ(source->uniform(0), 0u);
-}
-
-TEST(RandomSourceTest, ServesManyThreads) {
-  const auto source = qvr::makeRandomSource();
-  std::vector<std::thread> threads;
-  std::array<qvr::Data, 4> buffers;
-  for (qvr::Data& buffer : buffers) {
-    buffer.resize(16);
-    threads.emplace_back([&] {
-      EXPECT_EQ(source->copyBytes(buffer), 0);
-      EXPECT_LT(source->uniform(10), 10u);
-    });
-  }
-  for (std::thread& thread : threads)
-    thread.join();
-  EXPECT_EQ(std::set<qvr::Data>(buffers.begin(), buffers.end()).size(), 4u);
 }
 
 TEST(FieldReaderTest, ReadsWhatWasAppendedAndNothingBeyond) {

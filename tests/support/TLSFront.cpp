@@ -123,7 +123,8 @@ def serve(connection):
     if tls.selected_alpn_protocol() != "h2":
         while stream_of_bytes.readline() not in (b"\r\n", b""):
             pass
-        tls.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 8\r\n\r\nHTTP/1.1")
+        body = b"HTTP/1.1" + (b" resumed" if tls.session_reused else b"")
+        tls.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: %d\r\n\r\n%s" % (len(body), body))
         return tls.close()
     stream_of_bytes.read(24)  # the client's preface
     tls.sendall(frame(SETTINGS, 0, 0))

@@ -36,7 +36,7 @@ class TLSFront {
 
 // Offers HTTP/2 over TLS. Every request is answered 200 with a body that counts the connections so
 // far: "HTTP/2 connection 1". A client that does not speak HTTP/2 gets one answer over HTTP/1.1:
-// "HTTP/1.1".
+// "HTTP/1.1", or "HTTP/1.1 resumed" when the TLS session of an earlier connection was resumed.
 class HTTP2Server {
  public:
   enum class Policy {

@@ -38,14 +38,14 @@ class FaultyFileCalls final : public qvr::FileCalls {
   int lock(int file, int operation) override {
     return fails("lock") ? -1 : FileCalls::lock(file, operation);
   }
-  int renameAt(int directory, const char* from, const char* to) override {
-    return fails("renameAt") ? -1 : FileCalls::renameAt(directory, from, to);
+  int renameAt(int fromDirectory, const char* from, int toDirectory, const char* to) override {
+    return fails("renameAt") ? -1 : FileCalls::renameAt(fromDirectory, from, toDirectory, to);
   }
   int unlinkAt(int directory, const char* name) override {
     return fails("unlinkAt") ? -1 : FileCalls::unlinkAt(directory, name);
   }
-  int makeDirectory(const char* path, mode_t mode) override {
-    return fails("makeDirectory") ? -1 : FileCalls::makeDirectory(path, mode);
+  int makeDirectoryAt(int directory, const char* name, mode_t mode) override {
+    return fails("makeDirectoryAt") ? -1 : FileCalls::makeDirectoryAt(directory, name, mode);
   }
   int listDirectory(int directory, std::vector<std::string>* names) override {
     return fails("listDirectory") ? -1 : FileCalls::listDirectory(directory, names);
