@@ -53,17 +53,23 @@ inline int callsToCount() {
   return calls ? std::atoi(calls) : 0;
 }
 
+// Whether a profiler counts, and the work has been done as often as it wants instead of measured.
+template <typename Work>
+bool wasCounted(benchmark::State& state, Work&& work) {
+  const int calls = callsToCount();
+  if (calls == 0) return false;
+  secondsEach(calls, work);
+  for (auto _ : state)
+    state.SetIterationTime(0);
+  return true;
+}
+
 // One pair of samples for each iteration of `state`, each sample the mean of `batch` calls: work
 // too short for the clock needs a larger batch. Makes the counters `median`, `p99`, `floor_median`,
 // `floor_p99`, all in seconds, and `ratio`, that of the medians.
 template <typename Floor, typename Work>
 void measureInTurns(benchmark::State& state, int batch, Floor&& floor, Work&& work) {
-  if (const int calls = callsToCount(); calls > 0) {
-    secondsEach(calls, work);
-    for (auto _ : state)
-      state.SetIterationTime(0);
-    return;
-  }
+  if (wasCounted(state, work)) return;
   Samples floorSamples;
   Samples samples;
   for (auto _ : state) {

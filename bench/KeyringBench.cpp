@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "QVROAuth2Client/platform/Ports.h"
+#include "bench/Allocations.h"
 #include "bench/InTurns.h"
 #include "bench/floor/Keyring.h"
 #include "src/ports/SecretServicePayload.h"
@@ -78,8 +79,10 @@ class Keyring {
 void keyringRead(benchmark::State& state) {
   Keyring keyring(1);
   const std::string account = accountOf(0);
+  const auto work = [&] { keyring.readByLibrary(account); };
+  state.counters["allocations"] = qvr::bench::allocationsOf(work);
   qvr::bench::measureInTurns(
-      state, 1, [&] { keyring.readByHand(account); }, [&] { keyring.readByLibrary(account); });
+      state, 1, [&] { keyring.readByHand(account); }, work);
 }
 BENCHMARK(keyringRead)->Name("keyring_read")->UseManualTime()->Iterations(3000);
 

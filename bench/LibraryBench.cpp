@@ -93,10 +93,12 @@ void requireAccessToken(const qvr::Data& data, std::size_t length) {
 
 void token_response(benchmark::State& state) {
   constexpr std::size_t kAccessTokenLength = 2400;
-  const qvr::Data data = responseData(kAccessTokenLength, 1200);
+  constexpr std::size_t kOtherTokensLength = 1200;
+  const qvr::Data data = responseData(kAccessTokenLength, kOtherTokensLength);
   const auto floor = [&data] {
-    benchmark::DoNotOptimize(
-        floor_token_response(reinterpret_cast<const char*>(data.data()), data.size()));
+    const std::size_t length =
+        floor_token_response(reinterpret_cast<const char*>(data.data()), data.size());
+    require(length > kAccessTokenLength + kOtherTokensLength, "floor of token_response");
   };
   const auto work = [&data] { benchmark::DoNotOptimize(response(data)); };
   requireAccessToken(data, kAccessTokenLength);

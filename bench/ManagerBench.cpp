@@ -4,6 +4,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/Allocations.h"
 #include "bench/InTurns.h"
 #include "bench/ManagerHost.h"
 #include "bench/floor/TokenManager.h"
@@ -66,9 +67,10 @@ void managerFreshToken(benchmark::State& state) {
   FloorHost floor;
   ManagerHost host(qvr::makeInMemoryKeychain(), unusedServer());
   host.store(qvr::bench::kUser, kFresh);
+  const auto work = [&] { waitForToken(host, qvr::bench::kUser, expected); };
+  state.counters["allocations"] = qvr::bench::allocationsOf(work);
   qvr::bench::measureInTurns(
-      state, 20, [&] { floor.waitForToken(); },
-      [&] { waitForToken(host, qvr::bench::kUser, expected); });
+      state, 20, [&] { floor.waitForToken(); }, work);
 }
 BENCHMARK(managerFreshToken)->Name("manager_fresh_token")->UseManualTime()->Iterations(1000);
 

@@ -110,6 +110,31 @@ void keepSecrets(const qvr::Value::Object& object) {
   }
 }
 
+// The members of all objects in a JSON text: each has a colon outside of strings.
+std::size_t membersWritten(std::string_view json) {
+  std::size_t count = 0;
+  bool isInString = false;
+  for (std::size_t i = 0; i < json.size(); ++i) {
+    if (json[i] == '"') isInString = !isInString;
+    if (json[i] == ':' && !isInString) ++count;
+    if (json[i] == '\\') ++i;
+  }
+  return count;
+}
+
+std::size_t membersRead(const qvr::Value& value) {
+  std::size_t count = 0;
+  if (const auto* const array = value.as<qvr::Value::Array>()) {
+    for (const qvr::Value& element : *array)
+      count += membersRead(element);
+  }
+  if (const auto* const object = value.as<qvr::Value::Object>()) {
+    for (const auto& [name, member] : *object)
+      count += 1 + membersRead(member);
+  }
+  return count;
+}
+
 }  // namespace
 
 std::string narratedValue(std::string_view text) {
@@ -143,7 +168,11 @@ std::string narratedJSON(std::string_view text) {
   const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());
   const std::optional<qvr::Value> value = qvr::JSONObjectWithData({bytes, text.size()}, nullptr);
   const auto* const object = value ? value->as<qvr::Value::Object>() : nullptr;
-  if (object == nullptr) return "not a JSON object";
+  const bool isUTF8 = text.find('\0') == std::string_view::npos;  // UTF-16 and UTF-32 hold some
+  if (object == nullptr || !isUTF8) return "not a JSON object";
+  // The reader drops a member whose name came before; what it held may be a secret that is
+  // repeated.
+  if (membersWritten(text) != membersRead(*value)) return "a JSON object that repeats a name";
   keepSecrets(*object);
   std::string members;
   for (const qvr::Value::Member& member : *object)

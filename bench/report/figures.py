@@ -41,6 +41,13 @@ def growths(cases):
     return sorted({case.split("/")[0] for case in cases if case.startswith("growth_")})
 
 
+def growth(points):
+    """How much dearer an item becomes at most: each size against the cheapest of all smaller ones, so
+    that a fixed cost, which weighs on small sizes, hides nothing."""
+    values = [value for _, value in points]
+    return max(value / min(values[:index]) for index, value in enumerate(values) if index)
+
+
 def relative(points):
     """The points divided by that of the smallest size."""
     return [(size, value / points[0][1]) for size, value in points]

@@ -25,6 +25,7 @@
 #include "QVROAuth2Client/QVROAuth2TokenManager.h"
 #include "QVROAuth2Client/platform/Desktop.h"
 #include "QVROAuth2Client/platform/Exception.h"
+#include "QVROAuth2Client/platform/JSON.h"
 #include "QVROAuth2Client/platform/Ports.h"
 
 #define QVROAUTH2CLIENT_VERSION "1.0.0"

@@ -84,10 +84,12 @@ class BinaryPropertyListWriter {
   void appendObject(Data& bytes, const Node& node, const Numbering& numbering) const;
 
   // Room for a token's record, so that writing one takes few allocations: for the texts and
-  // numbers, and for the many small parts that lead to them.
+  // numbers, and for the many small parts that lead to them. What finds none there comes from the
+  // heap: the default resource is the host's, and need not take calls from our threads.
   static constexpr std::size_t kUsualLength = 8192;
   std::array<std::byte, 6144> buffer_;
-  std::pmr::monotonic_buffer_resource memory_{buffer_.data(), buffer_.size()};
+  std::pmr::monotonic_buffer_resource memory_{buffer_.data(), buffer_.size(),
+                                              std::pmr::new_delete_resource()};
 
   Data scalars_;
   std::pmr::vector<Object> references_{&memory_};

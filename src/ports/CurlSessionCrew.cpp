@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <ctime>
@@ -15,37 +16,52 @@ namespace {
 
 // Signals are for the host's threads. A write to a connection that the peer has closed would raise
 // SIGPIPE on this one.
-void settleIn() {
-  ::pthread_setname_np(::pthread_self(), "qvr-https");
+sigset_t allSignals() {
   sigset_t all;
   ::sigfillset(&all);
+  return all;
+}
+
+void settleIn() {
+  ::pthread_setname_np(::pthread_self(), "qvr-https");
+  const sigset_t all = allSignals();
   ::pthread_sigmask(SIG_SETMASK, &all, nullptr);
 }
 
-// Keeps a SIGPIPE of this thread's own making from the host, whose thread it is.
-class WithoutSIGPIPE {
+// Makes a host's thread one of the session's for a while: the threads that libcurl starts meanwhile
+// inherit that no signal is for them, and a SIGPIPE of its own making is kept from the host.
+class WithoutSignals {
  public:
-  WithoutSIGPIPE() {
-    ::sigemptyset(&pipe_);
-    ::sigaddset(&pipe_, SIGPIPE);
-    sigset_t pending;
-    ::sigpending(&pending);
-    wasPending_ = ::sigismember(&pending, SIGPIPE) == 1;
-    ::pthread_sigmask(SIG_BLOCK, &pipe_, &mask_);
+  WithoutSignals() {
+    const sigset_t all = allSignals();
+    ::pthread_sigmask(SIG_SETMASK, &all, &mask_);
+    wasPending_ = isPipePending();
   }
 
-  ~WithoutSIGPIPE() {
-    const timespec now{};
-    while (!wasPending_ && ::sigtimedwait(&pipe_, nullptr, &now) == -1 && errno == EINTR) {
-    }
+  ~WithoutSignals() {
+    if (!wasPending_ && isPipePending()) takePipe();
     ::pthread_sigmask(SIG_SETMASK, &mask_, nullptr);
   }
 
-  WithoutSIGPIPE(const WithoutSIGPIPE&) = delete;
-  WithoutSIGPIPE& operator=(const WithoutSIGPIPE&) = delete;
+  WithoutSignals(const WithoutSignals&) = delete;
+  WithoutSignals& operator=(const WithoutSignals&) = delete;
 
  private:
-  sigset_t pipe_;
+  static bool isPipePending() {
+    sigset_t pending;
+    ::sigpending(&pending);
+    return ::sigismember(&pending, SIGPIPE) == 1;
+  }
+
+  static void takePipe() {
+    sigset_t pipe;
+    ::sigemptyset(&pipe);
+    ::sigaddset(&pipe, SIGPIPE);
+    const timespec now{};
+    while (::sigtimedwait(&pipe, nullptr, &now) == -1 && errno == EINTR) {
+    }
+  }
+
   sigset_t mask_;
   bool wasPending_ = false;
 };
@@ -61,6 +77,7 @@ std::string CurlSessionCrew::employ(std::unique_ptr<CurlSessionLoop> loop) {
     return error.what();
   }
   loop_ = std::move(loop);
+  process_ = ::getpid();
   return {};
 }
 
@@ -79,20 +96,32 @@ void CurlSessionCrew::deliver(Ref<CurlSessionTask> task) {
   startCaller();
   finished_.push_back(std::move(task));
   callerIsNeeded_.notify_one();
+  wakeAttendant();  // it may be the caller
 }
 
 void CurlSessionCrew::send(Ref<CurlSessionTask> task) {
   MutexLock lock(mutex_);
   arrivals_.push_back(std::move(task));
-  if (isAttended_) return loop_->wake();
+  if (isAttended_) return wakeAttendant();
   isBusy_ = true;
-  if (hasFinishedOne_) sendHere();
+  if (maySendHere()) sendHere();
   callForAttention();
+}
+
+// The first request reads the certificate store, and a host's thread must not wait for that, nor
+// for a name server. A forked child has a copy of the connections: a record sent by both processes
+// would be encrypted twice with one nonce (RFC 8446 section 5.3).
+bool CurlSessionCrew::maySendHere() const {
+  return hasFinishedOne_ && loop_->looksNamesUpElsewhere() && ::getpid() == process_;
 }
 
 // Whoever attends the loop sees what others have changed before they woke it.
 void CurlSessionCrew::wake() {
   MutexLock lock(mutex_);
+  wakeAttendant();
+}
+
+void CurlSessionCrew::wakeAttendant() {
   if (isAttended_) loop_->wake();
 }
 
@@ -103,7 +132,8 @@ void CurlSessionCrew::close() {
   deputyIsNeeded_.notify_one();
 }
 
-void CurlSessionCrew::runCaller() {
+// An exception that leaves a handler ends the process.
+void CurlSessionCrew::runCaller() noexcept {
   settleIn();
   MutexLock lock(mutex_);
   while (!isClosed_) {
@@ -117,7 +147,7 @@ void CurlSessionCrew::runCaller() {
   }
 }
 
-void CurlSessionCrew::runDeputy() {
+void CurlSessionCrew::runDeputy() noexcept {
   settleIn();
   MutexLock lock(mutex_);
   while (!isClosed_) {
@@ -159,29 +189,26 @@ void CurlSessionCrew::attend() {
     takeArrivals();
     mutex_.unlock();
     std::vector<Ref<CurlSessionTask>> finished = loop_->advance();
-    const bool hasFinished = !finished.empty();
-    if (!hasFinished) loop_->wait();
+    if (finished.empty()) loop_->wait();
     mutex_.lock();
     addFinished(std::move(finished));
-    isBusy_ = loop_->isBusy() || !arrivals_.empty();
   } while (isBusy_ && finished_.empty());
   isAttended_ = false;
   if (!finished_.empty()) callerIsNeeded_.notify_one();
 }
 
 // One step, which sends the request over a connection that is there, and waits for nothing.
-void CurlSessionCrew::sendHere() {
+void CurlSessionCrew::sendHere() noexcept {
   isAttended_ = true;
   takeArrivals();
   mutex_.unlock();
   std::vector<Ref<CurlSessionTask>> finished;
   {
-    const WithoutSIGPIPE guard;
+    const WithoutSignals guard;
     finished = loop_->advance();
   }
   mutex_.lock();
   addFinished(std::move(finished));
-  isBusy_ = loop_->isBusy() || !arrivals_.empty();
   isAttended_ = false;
   if (!finished_.empty()) callerIsNeeded_.notify_one();
 }
@@ -195,6 +222,7 @@ void CurlSessionCrew::takeArrivals() {
 void CurlSessionCrew::addFinished(std::vector<Ref<CurlSessionTask>> finished) {
   hasFinishedOne_ |= !finished.empty();
   std::move(finished.begin(), finished.end(), std::back_inserter(finished_));
+  isBusy_ = loop_->isBusy() || !arrivals_.empty();
 }
 
 }  // namespace qvr

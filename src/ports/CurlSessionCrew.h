@@ -7,6 +7,8 @@
 // the deputy, does that.
 #pragma once
 
+#include <sys/types.h>
+
 #include <condition_variable>
 #include <deque>
 #include <memory>
@@ -40,11 +42,13 @@ class CurlSessionCrew : public std::enable_shared_from_this<CurlSessionCrew> {
  private:
   void startCaller() QVR_REQUIRES(mutex_);
   void startDeputy() QVR_REQUIRES(mutex_);
-  void runCaller();
-  void runDeputy();
+  void runCaller() noexcept;
+  void runDeputy() noexcept;
   void callHandlers() QVR_REQUIRES(mutex_);
   void attend() QVR_REQUIRES(mutex_);
-  void sendHere() QVR_REQUIRES(mutex_);
+  bool maySendHere() const QVR_REQUIRES(mutex_);
+  void sendHere() noexcept QVR_REQUIRES(mutex_);
+  void wakeAttendant() QVR_REQUIRES(mutex_);
   bool isUnattended() const QVR_REQUIRES(mutex_);
   void takeArrivals() QVR_REQUIRES(mutex_);
   void callForAttention() QVR_REQUIRES(mutex_);
@@ -53,12 +57,13 @@ class CurlSessionCrew : public std::enable_shared_from_this<CurlSessionCrew> {
   Mutex mutex_;
   std::condition_variable_any callerIsNeeded_;
   std::condition_variable_any deputyIsNeeded_;
-  std::unique_ptr<CurlSessionLoop> loop_;  // used by whoever has set isAttended_
+  std::unique_ptr<CurlSessionLoop> loop_;      // used by whoever has set isAttended_
+  pid_t process_ QVR_GUARDED_BY(mutex_) = -1;  // that of the threads
   std::vector<Ref<CurlSessionTask>> arrivals_ QVR_GUARDED_BY(mutex_);
   std::deque<Ref<CurlSessionTask>> finished_ QVR_GUARDED_BY(mutex_);
   bool isAttended_ QVR_GUARDED_BY(mutex_) = false;      // somebody is at work on the loop
   bool isBusy_ QVR_GUARDED_BY(mutex_) = false;          // the loop has requests
-  bool hasFinishedOne_ QVR_GUARDED_BY(mutex_) = false;  // the certificate store is read
+  bool hasFinishedOne_ QVR_GUARDED_BY(mutex_) = false;  // a request, by which the store is read
   bool isCallingHandlers_ QVR_GUARDED_BY(mutex_) = false;
   bool hasCaller_ QVR_GUARDED_BY(mutex_) = false;
   bool hasDeputy_ QVR_GUARDED_BY(mutex_) = false;

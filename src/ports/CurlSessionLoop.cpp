@@ -32,7 +32,12 @@ int millisecondsUntil(TimePoint time) {
 }  // namespace
 
 CurlSessionLoop::CurlSessionLoop(const CurlLibrary& curl, const URLSessionOptions& options)
-    : curl_(curl), options_(options), multi_(curl.multiInit()), handles_(curl, options) {
+    : curl_(curl),
+      options_(options),
+      multi_(curl.multiInit()),
+      looksNamesUpElsewhere_(
+          (curl.versionInfo(CURLVERSION_NOW)->features & CURL_VERSION_ASYNCHDNS) != 0),
+      handles_(curl, options) {
   if (multi_ == nullptr) return;
   curl_.multiSetopt(multi_, CURLMOPT_PIPELINING, long{CURLPIPE_MULTIPLEX});
   curl_.multiSetopt(multi_, CURLMOPT_MAXCONNECTS, kMaximumIdleConnections);

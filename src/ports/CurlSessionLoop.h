@@ -29,8 +29,11 @@ class CurlSessionLoop {
   // Takes a request whose time begins now. It is sent by advance().
   void add(Ref<CurlSessionTask> task);
 
-  // True while there is a request.
-  bool isBusy() const { return !waiting_.empty() || !flights_.empty(); }
+  // True while advance() has something to do or to tell.
+  bool isBusy() const { return !waiting_.empty() || !flights_.empty() || !finished_.empty(); }
+
+  // False when advance() may wait for a name server: libcurl can be built so.
+  bool looksNamesUpElsewhere() const { return looksNamesUpElsewhere_; }
 
   // Does what can be done without waiting. The tasks that have come to their end, with their
   // outcome.
@@ -71,6 +74,7 @@ class CurlSessionLoop {
   const CurlLibrary& curl_;
   const URLSessionOptions options_;
   CURLM* const multi_;
+  const bool looksNamesUpElsewhere_;
   CurlSessionHandles handles_;
   Flights flights_;
   std::vector<Waiting> waiting_;  // oldest first

@@ -37,8 +37,8 @@ void countForks() {
 
 // Random bytes that were fetched and not handed out yet, one pool for each thread: a verifier takes
 // hundreds, and a system call for each pair would cost many times the rest. Bytes are wiped as they
-// are handed out, so what stands here was never used; and a forked child leaves what it has got
-// from its parent.
+// are handed out, so what stands here was never used; and a child of fork() leaves what it has got
+// from its parent. (One of a bare clone(2) cannot know, and may not use the library before exec.)
 class RandomPool {
  public:
   std::uint16_t takePair() {

@@ -88,6 +88,30 @@ TEST(NarratedJSONTest, EchoOfASecretIsNotShown) {
       "error: {length = 14}, scope: {length = 18}}");
 }
 
+TEST(NarratedJSONTest, SecretOfARepeatedNameIsNotShownUnderAHarmlessOne) {
+  const std::string description = R"("error_description":"was echoed/second")";
+  for (const std::string& twice :
+       {std::string(R"("access_token":"first","access_token":"echoed/second")"),
+        std::string(R"("access_token":"first","access\u005ftoken":"echoed/second")"),
+        std::string(R"("error":"\":","token":"first","token":"echoed/second")"),
+        std::string(R"("error":[{"code":1,"code":"echoed/second"}])")}) {
+    EXPECT_EQ(narratedJSON("{" + twice + "," + description + "}"),
+              "a JSON object that repeats a name");
+  }
+}
+
+TEST(NarratedJSONTest, ColonsAndQuotesInStringsAreNoMembers) {
+  EXPECT_EQ(narratedJSON(R"({"error":"a:\":b","x":[{"y":{"z:":1}}]})"),
+            "{error: a:\":b, x: an array}");
+}
+
+TEST(NarratedJSONTest, OtherEncodingsAreNotShown) {
+  EXPECT_EQ(narratedJSON(std::string_view("{\0\"\0a\0\"\0:\0"
+                                          "1\0}\0",
+                                          14)),
+            "not a JSON object");
+}
+
 TEST(NarratedValueTest, IsPrintableAndNotTooLong) {
   EXPECT_EQ(narratedValue("a\x1b[0m\nb"), "a?[0m?b");
   const std::string narrated = narratedValue(std::string(1000, 'x'));

@@ -2,7 +2,9 @@
 
 #include <cstdint>
 #include <limits>
+#include <memory_resource>
 #include <string>
+#include <vector>
 
 #include "src/platform/BinaryPropertyListWriter.h"
 #include "tests/platform/ArchiveSupport.h"
@@ -57,6 +59,38 @@ TEST(BinaryPropertyListWriter, IntegersTakeTheirNarrowestWidthAndNegativeOnesEig
   EXPECT_EQ(encodedInteger(-1), "13ffffffffffffffff");
   EXPECT_EQ(encodedInteger(std::numeric_limits<std::int64_t>::max()), "137fffffffffffffff");
   EXPECT_EQ(encodedInteger(std::numeric_limits<std::int64_t>::min()), "138000000000000000");
+}
+
+TEST(BinaryPropertyListWriter, LongStringsThatDifferOnlyAtTheirEndsStayApart) {
+  const std::string beginning(2000, 'a');
+  BinaryPropertyListWriter writer;
+  const Object one = writer.string(beginning + "1");
+  const Object other = writer.string(beginning + "2");
+  EXPECT_NE(one, other);
+  EXPECT_EQ(writer.string(beginning + "1"), one);
+}
+
+// For a scope, puts a resource that has no memory where a host may put its own.
+class NoDefaultMemory {
+ public:
+  NoDefaultMemory() : before_(std::pmr::set_default_resource(std::pmr::null_memory_resource())) {}
+  ~NoDefaultMemory() { std::pmr::set_default_resource(before_); }
+  NoDefaultMemory(const NoDefaultMemory&) = delete;
+  NoDefaultMemory& operator=(const NoDefaultMemory&) = delete;
+
+ private:
+  std::pmr::memory_resource* before_;
+};
+
+TEST(BinaryPropertyListWriter, WritesLongListsWithoutTheHostsDefaultMemory) {
+  const NoDefaultMemory none;
+  BinaryPropertyListWriter writer;
+  std::vector<Object> numbers;
+  for (std::int64_t number = 0; number < 10'000; ++number)
+    numbers.push_back(writer.integer(number));
+  const std::optional<Data> data = writer.data(writer.array(numbers));
+  ASSERT_TRUE(data.has_value());
+  EXPECT_TRUE(text(*data).starts_with("bplist00"));
 }
 
 TEST(BinaryPropertyListWriter, RealsTakeEightBytes) {

@@ -1,7 +1,10 @@
-// What a session does when libcurl itself is missing or fails, and when a name look-up hangs.
+// What a session does when libcurl itself is missing or fails, when a name look-up hangs, and on
+// whose thread.
 #include <dlfcn.h>
 #include <netdb.h>
 #include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
@@ -29,6 +32,14 @@ HangingLookup& hangingLookup() {
   return lookup;
 }
 
+bool isBlocked(int signal) {
+  sigset_t mask;
+  ::pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+  return ::sigismember(&mask, signal) == 1;
+}
+
+std::atomic<bool> hangingLookUpTakesSignals;
+
 }  // namespace
 }  // namespace support
 
@@ -40,6 +51,7 @@ extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* na
   const std::string_view host = name != nullptr ? name : "";
   if (host == "hangs.test") {
     const support::HangingLookup lookup = support::hangingLookup();  // may outlive its test
+    support::hangingLookUpTakesSignals = !support::isBlocked(SIGTERM);
     lookup.begun.happen();
     lookup.mayEnd.wait(60);
     return EAI_NONAME;
@@ -186,6 +198,24 @@ TEST_F(CurlSessionFaultTest, FailsWhatIsInFlightWhenTheTransfersCannotGoOn) {
   EXPECT_EQ(get(server.url()).body(), "{}") << "the session did not recover";
 }
 
+TEST_F(CurlSessionFaultTest, FailsWhatIsInFlightWhenItCannotBeWaitedFor) {
+  static std::atomic<bool> mayFail;
+  mayFail = true;
+  useLibrary([]() -> const qvr::CurlLibrary& {
+    static const qvr::CurlLibrary broken = brokenLibrary([](auto& library) {
+      library.multiPoll = [](CURLM* multi, curl_waitfd* more, unsigned count, int timeout,
+                             int* ready) {
+        return mayFail.exchange(false)
+                   ? CURLM_OUT_OF_MEMORY
+                   : qvr::CurlLibrary::shared().multiPoll(multi, more, count, timeout, ready);
+      };
+    });
+    return broken;
+  });
+  expectUnknownError(get(server.url()), "");
+  EXPECT_EQ(get(server.url()).body(), "{}") << "the session did not recover";
+}
+
 TEST_F(CurlSessionFaultTest, TellsAHostThatCannotBeFound) {
   const std::string url = "https://absent.test/token";
   EXPECT_THAT(get(url).error,
@@ -303,6 +333,59 @@ TEST_F(CurlSessionFaultTest, SendsAllButTheFirstRequestOnTheThreadThatResumesThe
     EXPECT_EQ(threads[i], std::this_thread::get_id());
 }
 
+TEST_F(CurlSessionFaultTest, SendsNothingOnTheThreadThatResumesWhenItWouldWaitForNames) {
+  useLibrary([]() -> const qvr::CurlLibrary& {
+    static const qvr::CurlLibrary library = [] {
+      qvr::CurlLibrary table = libraryThatNotesThreads();
+      table.versionInfo = [](CURLversion age) {
+        static curl_version_info_data version;
+        version = *qvr::CurlLibrary::shared().versionInfo(age);
+        version.features &= ~CURL_VERSION_ASYNCHDNS;
+        return &version;
+      };
+      return table;
+    }();
+    return library;
+  });
+  sendingThreads().take();
+  for (int i = 0; i < 3; ++i)
+    EXPECT_EQ(get(server.url()).body(), "{}");
+  const std::vector<std::thread::id> threads = sendingThreads().take();
+  EXPECT_EQ(threads.size(), 3u);
+  EXPECT_THAT(threads, testing::Not(testing::Contains(std::this_thread::get_id())));
+}
+
+TEST_F(CurlSessionFaultTest, LooksNamesUpOnThreadsWithoutSignalsWhoeverResumes) {
+  hangingLookup() = HangingLookup();
+  get(server.url());
+  hangingLookUpTakesSignals = true;
+  const ReplyWaiter waiter;
+  const auto task = session->dataTask(requestFor("http://hangs.test/"), waiter.handler());
+  task->resume();
+  ASSERT_TRUE(hangingLookup().begun.wait());
+  EXPECT_FALSE(hangingLookUpTakesSignals);
+  EXPECT_FALSE(isBlocked(SIGTERM)) << "the thread's mask was changed";
+  task->cancel();
+  EXPECT_EQ(codeOf(waiter.wait()), qvr::NSURLErrorCancelled);
+  hangingLookup().mayEnd.happen();
+}
+
+// Two processes must not write to one TLS connection.
+TEST_F(CurlSessionFaultTest, ForkedChildLeavesTheConnectionsOfItsParent) {
+  get(server.url());
+  const auto task = session->dataTask(requestFor(server.url() + "child"), nullptr);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::alarm(10);  // it may find the session's locks held for good
+    task->resume();
+    ::_exit(0);
+  }
+  ASSERT_GT(child, 0);
+  ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+  EXPECT_EQ(get(server.url()).body(), "{}");
+  EXPECT_EQ(server.requests().size(), 2u) << "the child sent its request";
+}
+
 const qvr::CurlLibrary& libraryThatWritesToClosedPipes() {
   static const qvr::CurlLibrary library = brokenLibrary([](auto& table) {
     table.multiPerform = [](CURLM* multi, int* running) {
@@ -324,9 +407,7 @@ TEST_F(CurlSessionFaultTest, KeepsTheSignalOfAClosedPipeFromTheThreadThatResumes
   for (int i = 0; i < 3; ++i)
     EXPECT_EQ(get(server.url()).body(), "{}");
   EXPECT_FALSE(isPending(SIGPIPE));
-  sigset_t mask;
-  ::pthread_sigmask(SIG_BLOCK, nullptr, &mask);
-  EXPECT_FALSE(::sigismember(&mask, SIGPIPE)) << "the thread's mask was changed";
+  EXPECT_FALSE(isBlocked(SIGPIPE)) << "the thread's mask was changed";
 }
 
 TEST_F(CurlSessionFaultTest, LeavesTheHostsOwnPendingSignalOfAClosedPipe) {

@@ -112,6 +112,42 @@ TEST_F(CurlSessionTaskTest, IsCancelingUntilTheHandlerIsCalled) {
   expectCancelled(waiter.wait());
 }
 
+TEST_F(CurlSessionTaskTest, ReportsWhatNeedsNoAnswerWhileAnotherRequestWaitsForItsOwn) {
+  get(server.url());  // libcurl wakes up by itself while it connects, and must not here
+  server.enqueue(hang());
+  const ReplyWaiter waiting;
+  const auto task = taskFor(waiting.handler());
+  task->resume();
+  ASSERT_TRUE(server.waitForRequests(2));
+  EXPECT_EQ(codeOf(get("m.x://auth")), qvr::NSURLErrorUnsupportedURL);
+  const ReplyWaiter waiter;
+  const auto cancelled = taskFor(waiter.handler());
+  cancelled->cancel();
+  cancelled->resume();
+  expectCancelled(waiter.wait());
+  EXPECT_EQ(waiting.now().calls, 0);
+  task->cancel();
+  expectCancelled(waiting.wait());
+}
+
+TEST_F(CurlSessionTaskTest, KeepsTheDeadlinesOfOthersWhileAHandlerRuns) {
+  options.idleTimeoutSeconds = 0.1;
+  session = qvr::makeURLSession(options);
+  server.enqueue(answer(200, "first"));
+  server.enqueue(hang());
+  const ReplyWaiter waiter;
+  Event isDone;
+  bool isClosedMeanwhile = false;
+  taskFor([&](auto&&...) {
+    taskFor(waiter.handler())->resume();
+    isClosedMeanwhile = server.waitForRequests(2) && server.waitForOpenConnections(0);
+    isDone.happen();
+  })->resume();
+  ASSERT_TRUE(isDone.wait(60));
+  EXPECT_TRUE(isClosedMeanwhile);
+  EXPECT_EQ(codeOf(waiter.wait()), qvr::NSURLErrorTimedOut);
+}
+
 TEST_F(CurlSessionTaskTest, ReportsCancellationEvenWhenTheAnswerIsInAlready) {
   Event mayGoOn;
   Event isHeldUp;
