@@ -11,7 +11,7 @@ namespace {
 
 // What the program prints: how many bytes it has resident.
 double residentBytesOf(const std::string& program) {
-  FILE* const output = popen(program.c_str(), "r");
+  FILE* const output = popen(("'" + program + "'").c_str(), "r");
   double bytes = 0;
   if (output == nullptr || std::fscanf(output, "%lf", &bytes) != 1 || pclose(output) != 0) {
     qvr::bench::fail(program + " fails");

@@ -211,6 +211,7 @@ void addRow(Samples& samples, Work&& seconds) {
 void measureRefresh(benchmark::State& state, const char* path, bool resumes) {
   const std::string url = world().server.url(path);
   const auto client = qvr::makeRef<Client>(url);
+  if (qvr::bench::wasCounted(state, [&] { secondsOfRefresh(*client); })) return;
   floor_client* const floor = openFloor(resumes);
   Samples floorSamples, samples;
   for (auto _ : state) {

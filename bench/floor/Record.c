@@ -1,9 +1,10 @@
 #include "Record.h"
 
-#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 #include <time.h>
+
+#include "Archive.h"
 
 static double now(void) {
   struct timespec time;
@@ -39,58 +40,41 @@ int floor_record_is_due(const struct floor_record* record) {
   return record->created + record->expires_in <= now() + 60;
 }
 
-/* Answers where the next byte goes. */
-static unsigned char* append(unsigned char* end, const void* bytes, size_t count) {
-  memcpy(end, bytes, count);
-  return end + count;
-}
-
 unsigned char* floor_record_write(const struct floor_record* record, size_t* size) {
-  uint32_t lengths[FLOOR_TEXT_COUNT];
+  struct floor_token token = {.access_token = record->texts[FLOOR_ACCESS_TOKEN],
+                              .token_type = record->texts[FLOOR_TOKEN_TYPE],
+                              .refresh_token = record->texts[FLOOR_REFRESH_TOKEN],
+                              .expires_in = (long long)record->expires_in,
+                              .creation_date = record->created};
   unsigned char* bytes;
-  unsigned char* end;
-  *size = 2 * sizeof(double);
-  for (size_t i = 0; i < FLOOR_TEXT_COUNT; ++i) {
-    lengths[i] = (uint32_t)strlen(record->texts[i]);
-    *size += sizeof lengths[i] + lengths[i];
+  while (token.scope_count < FLOOR_TEXT_COUNT - FLOOR_FIRST_SCOPE) {
+    token.scopes[token.scope_count] = record->texts[FLOOR_FIRST_SCOPE + token.scope_count];
+    ++token.scope_count;
   }
-  end = bytes = malloc(*size);
-  end = append(end, &record->expires_in, sizeof record->expires_in);
-  end = append(end, &record->created, sizeof record->created);
-  for (size_t i = 0; i < FLOOR_TEXT_COUNT; ++i) {
-    end = append(end, &lengths[i], sizeof lengths[i]);
-    end = append(end, record->texts[i], lengths[i]);
-  }
+  *size = floor_archive_write(&token, &bytes);
   return bytes;
 }
 
-/* Copies `count` bytes and moves past them; 0 when there are fewer. */
-static int take(const unsigned char** bytes, size_t* left, void* out, size_t count) {
-  if (*left < count) return 0;
-  memcpy(out, *bytes, count);
-  *bytes += count;
-  *left -= count;
-  return 1;
-}
-
-static char* take_text(const unsigned char** bytes, size_t* left) {
-  uint32_t length;
-  char* text;
-  if (!take(bytes, left, &length, sizeof length) || *left < length) return NULL;
-  text = malloc((size_t)length + 1);
-  take(bytes, left, text, length);
-  text[length] = '\0';
-  return text;
+/* Takes over the token's texts. */
+static struct floor_record* record_of(const struct floor_token* token) {
+  struct floor_record* const record = calloc(1, sizeof *record);
+  record->reference_count = 1;
+  record->expires_in = (double)token->expires_in;
+  record->created = token->creation_date;
+  record->texts[FLOOR_ACCESS_TOKEN] = token->access_token;
+  record->texts[FLOOR_TOKEN_TYPE] = token->token_type;
+  record->texts[FLOOR_REFRESH_TOKEN] = token->refresh_token;
+  memcpy(record->texts + FLOOR_FIRST_SCOPE, token->scopes,
+         (FLOOR_TEXT_COUNT - FLOOR_FIRST_SCOPE) * sizeof token->scopes[0]);
+  return record;
 }
 
 struct floor_record* floor_record_read(const unsigned char* bytes, size_t size) {
-  struct floor_record* const record = calloc(1, sizeof *record);
-  int is_whole = take(&bytes, &size, &record->expires_in, sizeof record->expires_in) &&
-                 take(&bytes, &size, &record->created, sizeof record->created);
-  record->reference_count = 1;
-  for (size_t i = 0; is_whole && i < FLOOR_TEXT_COUNT; ++i)
-    is_whole = (record->texts[i] = take_text(&bytes, &size)) != NULL;
-  if (is_whole) return record;
-  floor_record_release(record);
+  struct floor_token token;
+  if (floor_archive_read(bytes, size, &token) &&
+      token.scope_count == FLOOR_TEXT_COUNT - FLOOR_FIRST_SCOPE) {
+    return record_of(&token);
+  }
+  floor_token_clear(&token);
   return NULL;
 }

@@ -1,11 +1,16 @@
-/* A token record and its stored form: the lifetime, the time of its making, and four texts, each
-   after its length. */
+/* A token record; its stored form is the keyed archive, as the library's is. */
 #ifndef FLOOR_RECORD_H
 #define FLOOR_RECORD_H
 
 #include <stddef.h>
 
-enum { FLOOR_ACCESS_TOKEN, FLOOR_TOKEN_TYPE, FLOOR_REFRESH_TOKEN, FLOOR_SCOPE, FLOOR_TEXT_COUNT };
+enum {
+  FLOOR_ACCESS_TOKEN,
+  FLOOR_TOKEN_TYPE,
+  FLOOR_REFRESH_TOKEN,
+  FLOOR_FIRST_SCOPE, /* of three, sorted */
+  FLOOR_TEXT_COUNT = FLOOR_FIRST_SCOPE + 3
+};
 
 struct floor_record {
   int reference_count; /* atomic */

@@ -258,8 +258,8 @@ void floor_manager_close(struct floor_manager* manager) {
 
 void floor_manager_store(struct floor_manager* manager, const char* user, const char* access_token,
                          const char* refresh_token, double expires_in) {
-  const char* const texts[FLOOR_TEXT_COUNT] = {access_token, "Bearer", refresh_token,
-                                               "https://mail.google.com/ openid email"};
+  const char* const texts[FLOOR_TEXT_COUNT] = {
+      access_token, "Bearer", refresh_token, "email", "https://mail.google.com/", "openid"};
   struct floor_record* const record = floor_record_make(texts, expires_in);
   write_item(manager, user, record);
   floor_record_release(record);

@@ -27,6 +27,7 @@ def draw_growth(cases, path):
               figures.relative(figures.series(cases, name, "per_item"))) for name in names]
     plot(path, lines, f"""
 set logscale xy
+set key below
 set title 'Cost of one item against that in the smallest size'
 set xlabel 'items: accounts, handlers, bytes'
 set format x '10^{{%T}}'

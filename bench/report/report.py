@@ -15,12 +15,12 @@ import figures
 import plots
 import rows
 
-HEADINGS = ("work", "floor", "median", "p99", "ratio", "must reach", "verdict")
+HEADINGS = ("work", "floor", "median", "p99", "ratio", "allocations", "must reach", "verdict")
 BEGIN, END = "<!-- figures: begin -->\n", "<!-- figures: end -->\n"
 
 
 def cells(row):
-    return (row.work, row.floor, row.median, row.p99, row.ratio, row.target, row.verdict())
+    return (row.work, row.floor, row.median, row.p99, row.ratio, row.allocations, row.target, row.verdict())
 
 
 def plain_table(table):

@@ -6,7 +6,7 @@ import figures
 
 GROWTH_AT_MOST = 1.3
 SECONDS = {"median", "p99", "floor_median", "floor_p99"}
-BYTES = {"bytes", "peak_bytes", "resident_bytes"}
+BYTES = {"bytes", "peak_bytes", "worst_peak_bytes", "resident_bytes"}
 
 
 @dataclasses.dataclass
@@ -16,6 +16,7 @@ class Row:
     median: str = "–"
     p99: str = "–"
     ratio: str = "–"
+    allocations: str = "–"
     target: str = "–"
     misses: list = dataclasses.field(default_factory=list)
 
@@ -26,9 +27,9 @@ class Row:
 
 
 def make(targets, cases):
-    """A row for every target, then one for each growth series. Raises when a case was not measured."""
-    return [target_row(target, cases) for target in targets] + [
-        growth_row(name, cases) for name in figures.growths(cases)]
+    """A row for every target. Raises when a case, or a size of a series, was not measured."""
+    return [growth_row(target, cases) if "sizes" in target else target_row(target, cases)
+            for target in targets]
 
 
 def target_row(target, cases):
@@ -37,8 +38,9 @@ def target_row(target, cases):
     row.floor, row.median, row.p99 = (
         shown(name, counters[name]) if name in counters else "–"
         for name in ("floor_median", "median", "p99"))
-    if "ratio" in counters:
-        row.ratio = shown("ratio", counters["ratio"])
+    for name in ("ratio", "allocations"):
+        if name in counters:
+            setattr(row, name, shown(name, counters[name]))
     row.target = ", ".join(limit_text(limit) for limit in target["limits"]) or "–"
     row.misses = [miss for limit in target["limits"] if (miss := miss_of(limit, counters))]
     if row.median == "–" and target["limits"]:
@@ -59,7 +61,7 @@ def counters_of(target, cases):
 def least_throughput(cases):
     """The least throughput of several threads, as a part of one thread's."""
     points = figures.series(cases, "manager_throughput", "items_per_second")
-    return min(value for _, value in figures.relative(points))
+    return min(value for threads, value in figures.relative(points) if threads > 1)
 
 
 def miss_of(limit, counters):
@@ -74,11 +76,13 @@ def limit_text(limit):
     return f"{limit['of'].replace('_', ' ')} {sign} {shown(limit['of'], value)}"
 
 
-def growth_row(name, cases):
-    points = figures.series(cases, name, "per_item")
+def growth_row(target, cases):
+    points = figures.series(cases, target["case"], "per_item")
+    smallest, largest = target["sizes"]
+    if not {smallest, largest} <= {size for size, _ in points}:
+        raise SystemExit(f"bench: {target['case']} was not measured from {smallest} to {largest}")
     worst = figures.growth(points)
-    sizes = f"{points[0][0]:,} to {points[-1][0]:,}"
-    row = Row(f"Growth: {name.removeprefix('growth_').replace('_', ' ')}, {sizes}",
+    row = Row(f"{target['work']}, {smallest:,} to {largest:,}",
               median=shown("median", points[0][1]), ratio=shown("ratio", worst),
               target=f"cost per item ≤ {GROWTH_AT_MOST}x of any smaller size")
     if worst > GROWTH_AT_MOST:

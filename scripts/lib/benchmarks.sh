@@ -11,8 +11,8 @@ build_benchmarks() {
   need_packages "${BUILD_PACKAGES[@]}" "${BENCH_PACKAGES[@]}"
   echo "$1: building the benchmarks"
   mkdir -p build
-  cmake -S . -B "$BENCH_BUILD" -G Ninja -DQVR_BUILD_BENCHMARKS=ON -DQVR_BUILD_TESTS=OFF \
-    ${CI:+-DQVR_WARNINGS_AS_ERRORS=ON} >build/bench-configure.log ||
+  cmake -S . -B "$BENCH_BUILD" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQVR_BUILD_BENCHMARKS=ON \
+    -DQVR_BUILD_TESTS=OFF ${CI:+-DQVR_WARNINGS_AS_ERRORS=ON} >build/bench-configure.log ||
     { cat build/bench-configure.log >&2; return 1; }
   cmake --build "$BENCH_BUILD" -- --quiet
 }

@@ -15,7 +15,7 @@ MAIL_PACKAGES=(dovecot-imapd dovecot-submissiond curl neomutt msmtp isync libsas
   offlineimap3 fetchmail getmail6 aerc git git-email libmailtools-perl)
 DESKTOP_PACKAGES=(gnome-keyring libkf5wallet-bin libqca-qt5-2-plugins keepassxc libsecret-tools libglib2.0-bin
   chromium firefox-esr xvfb bubblewrap)
-BENCH_PACKAGES=(libbenchmark-dev libssl-dev gnome-keyring dbus gnuplot-nox python3 binutils valgrind)
+BENCH_PACKAGES=(libbenchmark-dev libssl-dev openssl gnome-keyring dbus gnuplot-nox python3 binutils valgrind)
 CHECK_PACKAGES=(clang libclang-rt-14-dev clang-format clang-tidy)
 
 is_installed() {
