@@ -68,7 +68,10 @@ def miss_of(limit, counters):
     """What was measured when it is outside the limit, or None."""
     value = counters[limit["of"]]
     inside = value <= limit["at_most"] if "at_most" in limit else value >= limit["at_least"]
-    return None if inside else f"{limit['of']} {shown(limit['of'], value)}"
+    if inside:
+        return None
+    text = f"{value:.3f}x" if "ratio" in limit["of"] else shown(limit["of"], value)
+    return f"{limit['of'].replace('_', ' ')} {text}"
 
 
 def limit_text(limit):
